@@ -1,0 +1,183 @@
+// Cell operations of one line: fills, copies, insertion and deletion inside a right margin.
+#include "TerminalEngine/Model/BufferLine.h"
+
+#include "TerminalEngine/Model/GraphemeTable.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace TerminalEngine {
+
+BufferLine::BufferLine(int cols, const CharData& fillData, bool isWrapped)
+    : isWrapped(isWrapped)
+    , fillCharacter(fillData)
+    , data_(new CharData[static_cast<std::size_t>(std::max(cols, 0))])
+    , dataSize_(std::max(cols, 0))
+    , cols_(std::max(cols, 0)) {
+    std::fill_n(data_.get(), cols_, fillData);
+}
+
+BufferLine::BufferLine(const BufferLine& from)
+    : isWrapped(from.isWrapped)
+    , renderMode(from.renderMode)
+    , fillCharacter(from.fillCharacter)
+    , images(from.images ? std::make_unique<std::vector<CellImage>>(*from.images) : nullptr)
+    , generation(from.generation)
+    , data_(new CharData[static_cast<std::size_t>(from.cols_)])
+    , dataSize_(from.cols_)
+    , cols_(from.cols_) {
+    std::copy_n(from.data_.get(), cols_, data_.get());
+}
+
+int BufferLine::clampColumn(int col, const char* where) const {
+    if (col >= 0 && col < cols_) return col;
+    std::fprintf(stderr,
+                 "BufferLine: You passed an index out of range, adjusting to prevent crash, but you should "
+                 "debug (%s, index %d, cols %d)\n",
+                 where, col, cols_);
+    return std::clamp(col, 0, std::max(cols_ - 1, 0));
+}
+
+void BufferLine::set(int col, const CharData& value) {
+    if (cols_ == 0) return;
+    data_[clampColumn(col, "set")] = value;
+    ++generation;
+}
+
+void BufferLine::resize(int cols, const CharData& fillData) {
+    cols = std::max(cols, 0);
+    if (cols == cols_) return;
+    if (cols > dataSize_) {
+        std::unique_ptr<CharData[]> grown(new CharData[static_cast<std::size_t>(cols)]);
+        std::copy_n(data_.get(), cols_, grown.get());
+        data_ = std::move(grown);
+        dataSize_ = cols;
+    }
+    if (cols > cols_) std::fill(data_.get() + cols_, data_.get() + cols, fillData);
+    cols_ = cols;
+    ++generation;
+}
+
+void BufferLine::fill(const CharData& with) {
+    std::fill_n(data_.get(), cols_, with);
+    ++generation;
+}
+
+void BufferLine::fill(const CharData& with, int atCol, int len) {
+    int start = std::clamp(atCol, 0, cols_);
+    int end = std::clamp(atCol + std::max(len, 0), start, cols_);
+    std::fill(data_.get() + start, data_.get() + end, with);
+    ++generation;
+}
+
+void BufferLine::copyFrom(const BufferLine& line) {
+    if (dataSize_ < line.cols_) {
+        data_.reset(new CharData[static_cast<std::size_t>(line.cols_)]);
+        dataSize_ = line.cols_;
+    }
+    std::copy_n(line.data_.get(), line.cols_, data_.get());
+    cols_ = line.cols_;
+    isWrapped = line.isWrapped;
+    renderMode = line.renderMode;
+    images = line.images ? std::make_unique<std::vector<CellImage>>(*line.images) : nullptr;
+    ++generation;
+}
+
+void BufferLine::copyFrom(const BufferLine& line, int srcCol, int dstCol, int len) {
+    if (srcCol < 0 || dstCol < 0 || len <= 0) return;
+    len = std::min({len, line.cols_ - srcCol, cols_ - dstCol});
+    if (len <= 0) return;
+    // std::copy would be wrong for an overlapping move inside one line.
+    std::memmove(static_cast<void*>(data_.get() + dstCol), line.data_.get() + srcCol,
+                 static_cast<std::size_t>(len) * sizeof(CharData));
+    ++generation;
+}
+
+void BufferLine::insertCells(int pos, int n, int rightMargin, const CharData& fillData) {
+    if (cols_ == 0) return;
+    pos = clampColumn(pos, "insertCells");
+    int right = std::clamp(rightMargin, pos, cols_ - 1);
+    // Inserting inside a wide character breaks it: its left half becomes a blank.
+    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = CharData(fillData.attribute, 0, 1);
+    int span = right - pos + 1;
+    if (n < span) {
+        std::copy_backward(data_.get() + pos, data_.get() + right + 1 - n, data_.get() + right + 1);
+        std::fill_n(data_.get() + pos, n, fillData);
+    } else {
+        std::fill_n(data_.get() + pos, span, fillData);
+    }
+    // A wide character pushed against the margin loses its right half: blank it whole.
+    if (data_[right].width == 2) data_[right] = CharData(fillData.attribute, 0, 1);
+    ++generation;
+}
+
+void BufferLine::deleteCells(int pos, int n, int rightMargin, const CharData& fillData) {
+    if (cols_ == 0) return;
+    pos = clampColumn(pos, "deleteCells");
+    int right = std::clamp(rightMargin, pos, cols_ - 1);
+    int span = right - pos + 1;
+    if (n < span) {
+        std::copy(data_.get() + pos + n, data_.get() + right + 1, data_.get() + pos);
+        std::fill(data_.get() + right + 1 - n, data_.get() + right + 1, fillData);
+    } else {
+        std::fill_n(data_.get() + pos, span, fillData);
+    }
+    // Deleting half of a wide character leaves nothing of it.
+    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = CharData(fillData.attribute, 0, 1);
+    if (data_[pos].width == 0 && pos > 0) data_[pos] = CharData(fillData.attribute, 0, 1);
+    ++generation;
+}
+
+void BufferLine::replaceCells(int start, int end, const CharData& fillData) {
+    start = std::clamp(start, 0, cols_);
+    end = std::clamp(end, start, cols_);
+    if (start == end) return;
+    // Erasing one half of a wide character erases the other half too.
+    if (start > 0 && data_[start - 1].width == 2) data_[start - 1] = fillData;
+    if (end < cols_ && data_[end].width == 0) data_[end] = fillData;
+    std::fill(data_.get() + start, data_.get() + end, fillData);
+    ++generation;
+}
+
+bool BufferLine::hasAnyContent() const {
+    for (int i = 0; i < cols_; ++i)
+        if (data_[i].hasContent()) return true;
+    return false;
+}
+
+int BufferLine::getTrimmedLength() const {
+    for (int i = cols_ - 1; i >= 0; --i) {
+        const CharData& cell = data_[i];
+        if (cell.code != 0) return std::min(i + std::max<int>(cell.width, 1), cols_);
+    }
+    return 0;
+}
+
+std::string BufferLine::translateToString(bool trimRight, int startCol, int endCol,
+                                          bool skipNullCellsFollowingWide,
+                                          const GraphemeTable* graphemes) const {
+    if (endCol < 0 || endCol > cols_) endCol = cols_;
+    if (trimRight) endCol = std::min(endCol, getTrimmedLength());
+    startCol = std::clamp(startCol, 0, std::max(endCol, 0));
+    std::string out;
+    out.reserve(static_cast<std::size_t>(endCol - startCol));
+    for (int i = startCol; i < endCol; ++i) {
+        const CharData& cell = data_[i];
+        if (cell.code == 0) {
+            if (cell.width == 0 && skipNullCellsFollowingWide) continue;
+            out.push_back(' ');
+        } else if (cell.code < 0x80) {
+            out.push_back(static_cast<char>(cell.code));
+        } else if (graphemes) {
+            graphemes->appendCharacter(cell.code, out);
+        } else if (cell.code < CharData::firstGraphemeIndex) {
+            GraphemeTable::appendUtf8(static_cast<char32_t>(cell.code), out);
+        } else {
+            out.push_back(' ');
+        }
+    }
+    return out;
+}
+
+} // namespace TerminalEngine

@@ -1,0 +1,127 @@
+// One screen cell and its attribute: the values every line of the buffer is made of.
+// Kept small and trivially copyable so that lines can be filled and moved with plain loops.
+#pragma once
+
+#include "TerminalEngine/Model/TinyAtom.h"
+
+#include <cstdint>
+#include <optional>
+#include <type_traits>
+
+namespace TerminalEngine {
+
+enum class CharacterStyle : std::uint8_t {
+    none = 0,
+    bold = 1 << 0,
+    underline = 1 << 1,
+    blink = 1 << 2,
+    inverse = 1 << 3,
+    invisible = 1 << 4,
+    dim = 1 << 5,
+    italic = 1 << 6,
+    crossedOut = 1 << 7,
+};
+
+constexpr CharacterStyle operator|(CharacterStyle a, CharacterStyle b) {
+    return static_cast<CharacterStyle>(static_cast<std::uint8_t>(a) | static_cast<std::uint8_t>(b));
+}
+constexpr CharacterStyle operator&(CharacterStyle a, CharacterStyle b) {
+    return static_cast<CharacterStyle>(static_cast<std::uint8_t>(a) & static_cast<std::uint8_t>(b));
+}
+constexpr CharacterStyle operator~(CharacterStyle a) {
+    return static_cast<CharacterStyle>(~static_cast<std::uint8_t>(a));
+}
+constexpr CharacterStyle& operator|=(CharacterStyle& a, CharacterStyle b) {
+    return a = a | b;
+}
+constexpr CharacterStyle& operator&=(CharacterStyle& a, CharacterStyle b) {
+    return a = a & b;
+}
+constexpr bool has(CharacterStyle set, CharacterStyle flag) {
+    return (set & flag) != CharacterStyle::none;
+}
+
+enum class UnderlineStyle : std::uint8_t { none, single, double_, curly, dotted, dashed };
+
+struct Attribute {
+    // A cell colour: palette index, 24-bit colour, or one of the two defaults.
+    // Four bytes with byte alignment, so that an optional colour costs five.
+    class Color {
+    public:
+        enum class Kind : std::uint8_t { ansi256, trueColor, defaultColor, defaultInvertedColor };
+
+        constexpr Color() = default;
+        static constexpr Color ansi256(std::uint8_t code) { return Color(Kind::ansi256, code, 0, 0); }
+        static constexpr Color trueColor(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+            return Color(Kind::trueColor, r, g, b);
+        }
+        static constexpr Color defaultColor() { return Color(Kind::defaultColor, 0, 0, 0); }
+        static constexpr Color defaultInvertedColor() { return Color(Kind::defaultInvertedColor, 0, 0, 0); }
+
+        constexpr Kind kind() const { return kind_; }
+        constexpr std::uint8_t code() const { return a_; } // ansi256 only
+        constexpr std::uint8_t red() const { return a_; }  // trueColor only
+        constexpr std::uint8_t green() const { return b_; }
+        constexpr std::uint8_t blue() const { return c_; }
+
+        constexpr bool operator==(const Color&) const = default;
+
+    private:
+        constexpr Color(Kind kind, std::uint8_t a, std::uint8_t b, std::uint8_t c)
+            : kind_(kind)
+            , a_(a)
+            , b_(b)
+            , c_(c) {}
+        Kind kind_ = Kind::defaultColor;
+        std::uint8_t a_ = 0;
+        std::uint8_t b_ = 0;
+        std::uint8_t c_ = 0;
+    };
+
+    Color fg = Color::defaultColor();
+    Color bg = Color::defaultColor();
+    CharacterStyle style = CharacterStyle::none;
+    UnderlineStyle underlineStyle = UnderlineStyle::none;
+    std::optional<Color> underlineColor;
+
+    static constexpr Attribute empty() { return Attribute{}; }
+    constexpr bool operator==(const Attribute&) const = default;
+};
+
+struct AttributeHash {
+    std::size_t operator()(const Attribute& a) const noexcept;
+};
+
+struct CharData {
+    // Codes at or above this value index the terminal's grapheme table instead of naming a scalar.
+    static constexpr std::int32_t firstGraphemeIndex = 0x400001;
+
+    std::int32_t code = 0;
+    std::int8_t width = 1;
+    TinyAtom payload;
+    std::uint8_t unused = 0;
+    Attribute attribute;
+
+    constexpr CharData() = default;
+    constexpr CharData(Attribute attr, std::int32_t code, std::int8_t width)
+        : code(code)
+        , width(width)
+        , attribute(attr) {}
+
+    static const CharData Null;
+
+    constexpr void setValue(std::int32_t newCode, int size) {
+        code = newCode;
+        width = static_cast<std::int8_t>(size);
+    }
+    constexpr bool hasContent() const { return code != 0 || width != 1; }
+    constexpr bool operator==(const CharData&) const = default;
+};
+
+inline constexpr CharData CharData::Null{};
+
+static_assert(sizeof(Attribute::Color) == 4);
+static_assert(sizeof(CharData) <= 24, "cells must stay small");
+static_assert(std::is_trivially_copyable_v<CharData>);
+
+} // namespace TerminalEngine
