@@ -16,6 +16,12 @@ class CharSet;
 
 class Buffer {
 public:
+    // A wide character needs two cells, so no line is ever narrower.
+    static constexpr int minimumCols = 2;
+    static constexpr int minimumRows = 1;
+    // History beyond this is refused: every slot of the ring costs a pointer up front.
+    static constexpr int maximumScrollback = 1'000'000;
+
     struct InsertionSet {
         std::vector<std::unique_ptr<BufferLine>> lines;
         int start = 0;
@@ -26,17 +32,24 @@ public:
         bool operator==(const Storage&) const = default;
     };
 
-    // `scrollback` none or `isAlternate` gives a buffer without history.
+    // `scrollback` none or `isAlternate` gives a buffer without history. Sizes below the
+    // minimums are raised to them; a negative scrollback counts as none kept.
     Buffer(int cols, int rows, int tabStopWidth, std::optional<int> scrollback, bool isAlternate = false);
+    // The line ring's callbacks refer to this object, so it stays where it was made.
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
 
     std::unique_ptr<BufferLine> getBlankLine(const Attribute& attribute, bool isWrapped = false) const;
-    // Cell at a screen position (row relative to yBase) / at an absolute line.
-    const CharData& getChar(int col, int row);
-    const CharData& getCharAtBufferRelative(int col, int row);
+    // Cell at a screen position (row relative to yBase) / at an absolute line. Positions
+    // outside the buffer read as CharData::Null.
+    const CharData& getChar(int col, int row) const;
+    const CharData& getCharAtBufferRelative(int col, int row) const;
 
+    // Empties the line list (fillViewportRows makes the screen again) and homes everything.
     void clear();
     void softReset();
-    // Fills the screen rows with blank lines, for a new or switched-to buffer.
+    // Makes sure the screen rows exist, adding blank lines at the bottom where they do not;
+    // existing lines are kept.
     void fillViewportRows(std::optional<Attribute> attribute = std::nullopt);
     void resize(int newCols, int newRows);
     void changeHistorySize(std::optional<int> newScrollback);
@@ -44,7 +57,9 @@ public:
     bool isCursorInViewPort() const;
     int cursorLine() const { return yBase + y; }
 
-    // Tab stops. setupTabStops(-1) places a stop every tabStopWidth columns across the row.
+    // Tab stops. setupTabStops(-1) places a stop every tabStopWidth columns across the row;
+    // from a column, it lays the same grid from there to the end and leaves the columns
+    // before it alone. An index of -1 for next/previous means the cursor column.
     void setupTabStops(int index = -1);
     void setTabStop(int index);
     void clearTabStop(int index);
@@ -64,6 +79,7 @@ public:
     int scrollBottom = 0;
     int scrollTop = 0;
     std::vector<bool> tabStops;
+    // Saved cursor; savedY counts rows from yBase, like y.
     int savedX = 0;
     int savedY = 0;
     bool savedOriginMode = false;
@@ -88,10 +104,24 @@ public:
     const bool isAlternate;
 
 private:
-    void reflow(int oldCols, int newCols);
-    void reflowLarger(int oldCols, int newCols);
-    void reflowSmaller(int oldCols, int newCols);
+    // A position the reflow carries along: an absolute line and a column.
+    struct Anchor {
+        int line = 0;
+        int col = 0;
+    };
+
+    CircularBufferLineList makeLineList(int maxLength);
     int capacityFor(int rowCount) const;
+    bool isBlankLine(int index);
+    void shrinkRows(int oldRows, int newRows);
+    int growRows(int oldRows, int newRows, int newCols);
+    // Puts the screen at the bottom of the list, with `newRows` lines, and the cursor and the
+    // display offset back on it.
+    void settleScreen(int newCols, int newRows, int cursorLine, std::optional<int> viewLine);
+
+    void reflow(int oldCols, int newCols, int newRows, int cursorX, int savedCursorX);
+    void reflowLarger(int oldCols, int newCols, int newRows, Anchor (&anchors)[3]);
+    void reflowSmaller(int oldCols, int newCols, int newRows, Anchor (&anchors)[3]);
 };
 
 } // namespace TerminalEngine

@@ -8,6 +8,15 @@
 #include <cstring>
 
 namespace TerminalEngine {
+namespace {
+
+// Cells are written by our own print path, but a code that is no scalar must still never turn
+// into malformed UTF-8.
+bool isScalar(std::int32_t code) {
+    return code > 0 && code <= 0x10FFFF && !(code >= 0xD800 && code <= 0xDFFF);
+}
+
+} // namespace
 
 BufferLine::BufferLine(int cols, const CharData& fillData, bool isWrapped)
     : isWrapped(isWrapped)
@@ -56,6 +65,8 @@ void BufferLine::resize(int cols, const CharData& fillData) {
     }
     if (cols > cols_) std::fill(data_.get() + cols_, data_.get() + cols, fillData);
     cols_ = cols;
+    // Cutting through a wide character leaves its first half with nothing after it: blank it.
+    if (cols_ > 0 && data_[cols_ - 1].width == 2) data_[cols_ - 1] = CharData(fillData.attribute, 0, 1);
     ++generation;
 }
 
@@ -66,7 +77,7 @@ void BufferLine::fill(const CharData& with) {
 
 void BufferLine::fill(const CharData& with, int atCol, int len) {
     int start = std::clamp(atCol, 0, cols_);
-    int end = std::clamp(atCol + std::max(len, 0), start, cols_);
+    int end = start + std::clamp(len, 0, cols_ - start);
     std::fill(data_.get() + start, data_.get() + end, with);
     ++generation;
 }
@@ -95,11 +106,14 @@ void BufferLine::copyFrom(const BufferLine& line, int srcCol, int dstCol, int le
 }
 
 void BufferLine::insertCells(int pos, int n, int rightMargin, const CharData& fillData) {
-    if (cols_ == 0) return;
+    if (cols_ == 0 || n <= 0) return;
     pos = clampColumn(pos, "insertCells");
     int right = std::clamp(rightMargin, pos, cols_ - 1);
-    // Inserting inside a wide character breaks it: its left half becomes a blank.
-    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = CharData(fillData.attribute, 0, 1);
+    const CharData blank(fillData.attribute, 0, 1);
+    // Inserting inside a wide character breaks it: both halves become blanks.
+    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = data_[pos] = blank;
+    // A wide character straddling the margin is pushed out whole, its right half with it.
+    if (right + 1 < cols_ && data_[right].width == 2) data_[right + 1] = blank;
     int span = right - pos + 1;
     if (n < span) {
         std::copy_backward(data_.get() + pos, data_.get() + right + 1 - n, data_.get() + right + 1);
@@ -108,14 +122,17 @@ void BufferLine::insertCells(int pos, int n, int rightMargin, const CharData& fi
         std::fill_n(data_.get() + pos, span, fillData);
     }
     // A wide character pushed against the margin loses its right half: blank it whole.
-    if (data_[right].width == 2) data_[right] = CharData(fillData.attribute, 0, 1);
+    if (data_[right].width == 2) data_[right] = blank;
     ++generation;
 }
 
 void BufferLine::deleteCells(int pos, int n, int rightMargin, const CharData& fillData) {
-    if (cols_ == 0) return;
+    if (cols_ == 0 || n <= 0) return;
     pos = clampColumn(pos, "deleteCells");
     int right = std::clamp(rightMargin, pos, cols_ - 1);
+    const CharData blank(fillData.attribute, 0, 1);
+    // A wide character straddling the margin cannot move with the cells inside: blank it.
+    if (right + 1 < cols_ && data_[right].width == 2) data_[right] = data_[right + 1] = blank;
     int span = right - pos + 1;
     if (n < span) {
         std::copy(data_.get() + pos + n, data_.get() + right + 1, data_.get() + pos);
@@ -124,8 +141,8 @@ void BufferLine::deleteCells(int pos, int n, int rightMargin, const CharData& fi
         std::fill_n(data_.get() + pos, span, fillData);
     }
     // Deleting half of a wide character leaves nothing of it.
-    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = CharData(fillData.attribute, 0, 1);
-    if (data_[pos].width == 0 && pos > 0) data_[pos] = CharData(fillData.attribute, 0, 1);
+    if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = blank;
+    if (data_[pos].width == 0) data_[pos] = blank;
     ++generation;
 }
 
@@ -167,11 +184,11 @@ std::string BufferLine::translateToString(bool trimRight, int startCol, int endC
         if (cell.code == 0) {
             if (cell.width == 0 && skipNullCellsFollowingWide) continue;
             out.push_back(' ');
-        } else if (cell.code < 0x80) {
+        } else if (cell.code > 0 && cell.code < 0x80) {
             out.push_back(static_cast<char>(cell.code));
         } else if (graphemes) {
             graphemes->appendCharacter(cell.code, out);
-        } else if (cell.code < CharData::firstGraphemeIndex) {
+        } else if (isScalar(cell.code)) {
             GraphemeTable::appendUtf8(static_cast<char32_t>(cell.code), out);
         } else {
             out.push_back(' ');

@@ -15,41 +15,65 @@ class CircularBufferLineList {
 public:
     using MakeEmpty = std::function<std::unique_ptr<BufferLine>(int index)>;
 
+    // A capacity below 1 is raised to 1.
     explicit CircularBufferLineList(int maxLength, MakeEmpty makeEmpty = {});
 
     int count() const { return count_; }
-    // Lowers the logical length (never raises it past what was pushed).
+    // Sets the logical length, within 0..maxLength. Lines cut off are freed; slots newly
+    // exposed read as fresh lines from makeEmpty.
     void setCount(int newCount);
     int maxLength() const { return maxLength_; }
-    // Changes the capacity, keeping the newest lines when it shrinks.
+    // Changes the capacity (at least 1), keeping the newest lines when it shrinks.
     void setMaxLength(int newMaxLength);
     bool isFull() const { return count_ == maxLength_; }
 
-    // Logical access; a slot never filled is created through makeEmpty on first read.
+    // Logical access, 0 is the oldest line. A slot never filled is created through makeEmpty on
+    // first read. Indices outside 0..maxLength-1 are reported and clamped.
     BufferLine& operator[](int index);
     const BufferLine& operator[](int index) const;
     void set(int index, std::unique_ptr<BufferLine> line);
 
+    // Appends a line; on a full ring the oldest line is dropped.
     void push(std::unique_ptr<BufferLine> line);
     // Needs a full ring (stops the process otherwise): drops the oldest line and reuses its
     // object as the new last line, refilled with `attribute` and the wrapped flag.
     BufferLine& recycle(const Attribute& attribute, bool isWrapped);
+    // Removes and returns the last line, or null when the ring is empty.
     std::unique_ptr<BufferLine> pop();
+    // Drops the `count` oldest lines.
     void trimStart(int count);
-    // Moves `count` lines starting at `start` by `offset` (negative: up). Lines moved past the
-    // end push the oldest lines out when the ring is full.
+    // Moves `count` lines starting at `start` by `offset` (negative: up). The lines that were
+    // overwritten are not freed: they land in the slots the move vacated, with stale content,
+    // so that region scrolling runs without allocating; callers refill those slots. Moving past
+    // the capacity drops the oldest lines from the top, as pushing would.
     void shiftElements(int start, int count, int offset);
-    // Removes `deleteCount` lines at `start` and inserts `items` there.
+    // Removes `deleteCount` lines at `start` and inserts `items` there; when the ring overflows,
+    // the oldest lines (inserted ones included) drop from the top.
     void splice(int start, int deleteCount, std::vector<std::unique_ptr<BufferLine>> items);
     void insert(int index, std::unique_ptr<BufferLine> line);
 
-    int getCyclicIndex(int index) const { return (startIndex_ + index) % maxLength_; }
+    int getCyclicIndex(int index) const {
+        int physical = (startIndex_ + index) % maxLength_;
+        return physical < 0 ? physical + maxLength_ : physical;
+    }
 
+    // Lines in the ring that carry images, counted from scratch (after bulk edits).
+    int countLinesWithImages() const;
+
+    // Run when a line leaves through the top of a full ring: reused by recycle, or dropped by
+    // push, insert, splice or shiftElements. The flag tells whether it carried images.
     std::function<void(bool hadImages)> onLineRecycled;
+    // Run when a line enters through push, insert or splice.
     std::function<void(bool hasImages)> onLinePushed;
 
 private:
     BufferLine& materialize(int index) const;
+    int checkedIndex(int index, const char* where) const;
+    std::unique_ptr<BufferLine>& slot(int index) const { return array_[getCyclicIndex(index)]; }
+    // Forgets the `n` oldest lines without freeing them: their objects stay in slots past the end.
+    void dropOldest(int n);
+    void insertLines(int start, std::unique_ptr<BufferLine>* items, int n);
+    void reportPushed(const BufferLine* line) const;
 
     mutable std::vector<std::unique_ptr<BufferLine>> array_;
     int startIndex_ = 0;
