@@ -18,13 +18,27 @@ bool isScalar(std::int32_t code) {
 
 } // namespace
 
+void BufferLine::fillCells(CharData* cells, const CharData& value, int count) {
+    if (count <= 0) return;
+    // Doubling copies: after the first cell, each memcpy doubles the filled prefix, so a whole
+    // row costs a handful of wide block moves instead of one spilled struct copy per cell.
+    cells[0] = value;
+    int filled = 1;
+    while (filled < count) {
+        int n = std::min(filled, count - filled);
+        std::memcpy(static_cast<void*>(cells + filled), cells,
+                    static_cast<std::size_t>(n) * sizeof(CharData));
+        filled += n;
+    }
+}
+
 BufferLine::BufferLine(int cols, const CharData& fillData, bool isWrapped)
     : isWrapped(isWrapped)
     , fillCharacter(fillData)
     , data_(new CharData[static_cast<std::size_t>(std::max(cols, 0))])
     , dataSize_(std::max(cols, 0))
     , cols_(std::max(cols, 0)) {
-    std::fill_n(data_.get(), cols_, fillData);
+    fillCells(data_.get(), fillData, cols_);
 }
 
 BufferLine::BufferLine(const BufferLine& from)
@@ -63,7 +77,7 @@ void BufferLine::resize(int cols, const CharData& fillData) {
         data_ = std::move(grown);
         dataSize_ = cols;
     }
-    if (cols > cols_) std::fill(data_.get() + cols_, data_.get() + cols, fillData);
+    if (cols > cols_) fillCells(data_.get() + cols_, fillData, cols - cols_);
     cols_ = cols;
     // Cutting through a wide character leaves its first half with nothing after it: blank it.
     if (cols_ > 0 && data_[cols_ - 1].width == 2) data_[cols_ - 1] = CharData(fillData.attribute, 0, 1);
@@ -71,14 +85,14 @@ void BufferLine::resize(int cols, const CharData& fillData) {
 }
 
 void BufferLine::fill(const CharData& with) {
-    std::fill_n(data_.get(), cols_, with);
+    fillCells(data_.get(), with, cols_);
     ++generation;
 }
 
 void BufferLine::fill(const CharData& with, int atCol, int len) {
     int start = std::clamp(atCol, 0, cols_);
     int end = start + std::clamp(len, 0, cols_ - start);
-    std::fill(data_.get() + start, data_.get() + end, with);
+    fillCells(data_.get() + start, with, end - start);
     ++generation;
 }
 
@@ -117,9 +131,9 @@ void BufferLine::insertCells(int pos, int n, int rightMargin, const CharData& fi
     int span = right - pos + 1;
     if (n < span) {
         std::copy_backward(data_.get() + pos, data_.get() + right + 1 - n, data_.get() + right + 1);
-        std::fill_n(data_.get() + pos, n, fillData);
+        fillCells(data_.get() + pos, fillData, n);
     } else {
-        std::fill_n(data_.get() + pos, span, fillData);
+        fillCells(data_.get() + pos, fillData, span);
     }
     // A wide character pushed against the margin loses its right half: blank it whole.
     if (data_[right].width == 2) data_[right] = blank;
@@ -136,9 +150,9 @@ void BufferLine::deleteCells(int pos, int n, int rightMargin, const CharData& fi
     int span = right - pos + 1;
     if (n < span) {
         std::copy(data_.get() + pos + n, data_.get() + right + 1, data_.get() + pos);
-        std::fill(data_.get() + right + 1 - n, data_.get() + right + 1, fillData);
+        fillCells(data_.get() + right + 1 - n, fillData, n);
     } else {
-        std::fill_n(data_.get() + pos, span, fillData);
+        fillCells(data_.get() + pos, fillData, span);
     }
     // Deleting half of a wide character leaves nothing of it.
     if (pos > 0 && data_[pos - 1].width == 2) data_[pos - 1] = blank;
@@ -153,7 +167,7 @@ void BufferLine::replaceCells(int start, int end, const CharData& fillData) {
     // Erasing one half of a wide character erases the other half too.
     if (start > 0 && data_[start - 1].width == 2) data_[start - 1] = fillData;
     if (end < cols_ && data_[end].width == 0) data_[end] = fillData;
-    std::fill(data_.get() + start, data_.get() + end, fillData);
+    fillCells(data_.get() + start, fillData, end - start);
     ++generation;
 }
 

@@ -4,6 +4,7 @@
 
 #include "TerminalEngine/Model/TinyAtom.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <type_traits>
@@ -83,23 +84,23 @@ struct Attribute {
     CharacterStyle style = CharacterStyle::none;
     UnderlineStyle underlineStyle = UnderlineStyle::none;
     std::optional<Color> underlineColor;
+    // Rounds the attribute up to two whole words, so that it is copied as two plain loads.
+    std::uint8_t reserved = 0;
 
     static constexpr Attribute empty() { return Attribute{}; }
     constexpr bool operator==(const Attribute&) const = default;
 };
 
-struct AttributeHash {
-    std::size_t operator()(const Attribute& a) const noexcept;
-};
-
-struct CharData {
+// The fields are laid out so that the attribute starts at the second 8-byte word: the print path
+// writes a cell as three word stores.
+struct alignas(8) CharData {
     // Codes at or above this value index the terminal's grapheme table instead of naming a scalar.
     static constexpr std::int32_t firstGraphemeIndex = 0x400001;
 
     std::int32_t code = 0;
     std::int8_t width = 1;
-    TinyAtom payload;
     std::uint8_t unused = 0;
+    TinyAtom payload;
     Attribute attribute;
 
     constexpr CharData() = default;
@@ -121,7 +122,9 @@ struct CharData {
 inline constexpr CharData CharData::Null{};
 
 static_assert(sizeof(Attribute::Color) == 4);
-static_assert(sizeof(CharData) <= 24, "cells must stay small");
+static_assert(sizeof(Attribute) == 16);
+static_assert(sizeof(CharData) == 24, "cells must stay small");
+static_assert(offsetof(CharData, attribute) == 8);
 static_assert(std::is_trivially_copyable_v<CharData>);
 
 } // namespace TerminalEngine

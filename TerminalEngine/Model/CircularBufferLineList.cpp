@@ -37,12 +37,16 @@ BufferLine& CircularBufferLineList::materialize(int index) const {
     return *line;
 }
 
-BufferLine& CircularBufferLineList::operator[](int index) {
+BufferLine& CircularBufferLineList::at(int index) const {
     return materialize(checkedIndex(index, "get"));
 }
 
-const BufferLine& CircularBufferLineList::operator[](int index) const {
-    return materialize(checkedIndex(index, "get"));
+void CircularBufferLineList::swap(int a, int b) {
+    a = checkedIndex(a, "swap");
+    b = checkedIndex(b, "swap");
+    materialize(a);
+    materialize(b);
+    std::swap(slot(a), slot(b));
 }
 
 void CircularBufferLineList::set(int index, std::unique_ptr<BufferLine> line) {

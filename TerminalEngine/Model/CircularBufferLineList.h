@@ -29,8 +29,9 @@ public:
 
     // Logical access, 0 is the oldest line. A slot never filled is created through makeEmpty on
     // first read. Indices outside 0..maxLength-1 are reported and clamped.
-    BufferLine& operator[](int index);
-    const BufferLine& operator[](int index) const;
+    // Inline for the print path: an index in range and a filled slot cost one add and a compare.
+    BufferLine& operator[](int index) { return fastAt(index); }
+    const BufferLine& operator[](int index) const { return fastAt(index); }
     void set(int index, std::unique_ptr<BufferLine> line);
 
     // Appends a line; on a full ring the oldest line is dropped.
@@ -51,6 +52,8 @@ public:
     // the oldest lines (inserted ones included) drop from the top.
     void splice(int start, int deleteCount, std::vector<std::unique_ptr<BufferLine>> items);
     void insert(int index, std::unique_ptr<BufferLine> line);
+    // Exchanges two lines (the objects, not their cells): how a scroll region rotates.
+    void swap(int a, int b);
 
     int getCyclicIndex(int index) const {
         int physical = (startIndex_ + index) % maxLength_;
@@ -67,6 +70,15 @@ public:
     std::function<void(bool hasImages)> onLinePushed;
 
 private:
+    BufferLine& fastAt(int index) const {
+        if (static_cast<unsigned>(index) < static_cast<unsigned>(maxLength_)) {
+            int physical = startIndex_ + index;
+            if (physical >= maxLength_) physical -= maxLength_;
+            if (BufferLine* line = array_[static_cast<std::size_t>(physical)].get()) return *line;
+        }
+        return at(index);
+    }
+    BufferLine& at(int index) const;
     BufferLine& materialize(int index) const;
     int checkedIndex(int index, const char* where) const;
     std::unique_ptr<BufferLine>& slot(int index) const { return array_[getCyclicIndex(index)]; }

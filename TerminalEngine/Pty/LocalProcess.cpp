@@ -375,6 +375,17 @@ std::optional<std::string> LocalProcess::loggingDir() const {
     return loggingDir_;
 }
 
+int LocalProcess::resize(const WindowSize& size) {
+    const int fd = childfd_.load();
+    if (!running_ || fd < 0) return -1;
+    return PseudoTerminalHelpers::setWinSize(fd, size);
+}
+
+bool LocalProcess::outputFinished() const {
+    if (!endOfFileSeen_.load()) return false;
+    return !usesMainQueue_ || !pending_.snapshot().pendingScheduled;
+}
+
 LocalProcess::Diagnostics LocalProcess::diagnostics() const {
     Diagnostics d;
     d.readRequestsIssued = readRequestsIssued_.load();

@@ -82,6 +82,11 @@ public:
     // Writes each chunk read to "<directory>/log-<n>"; none turns it off.
     void setHostLogging(std::optional<std::string> directory);
 
+    // Applies a new size to the pseudo-terminal while the child runs (TIOCSWINSZ).
+    int resize(const WindowSize& size);
+    // End of file was read and every chunk read before it has been delivered.
+    bool outputFinished() const;
+
     bool running() const { return running_.load(); }
     std::int32_t childfd() const { return childfd_.load(); }
     pid_t shellPid() const { return shellPid_.load(); }

@@ -2,6 +2,7 @@
 // threaded process may only make async-signal-safe calls until it has exec'd.
 #include "TerminalEngine/Pty/PseudoTerminalHelpers.h"
 
+#include <csignal>
 #include <cstddef>
 #include <fcntl.h>
 #include <mutex>
@@ -66,12 +67,20 @@ std::optional<ForkedChild> PseudoTerminalHelpers::fork(const std::string& andExe
     const char* path = andExec.c_str();
     const char* directory = currentDirectory ? currentDirectory->c_str() : nullptr;
     ::winsize size = toSystem(desiredWindowSize);
+    sigset_t emptyMask;
+    sigemptyset(&emptyMask);
 
     std::lock_guard lock(forkLock());
     int master = -1;
     const pid_t pid = ::forkpty(&master, nullptr, nullptr, &size);
     if (pid == 0) {
-        // The child: system calls only.
+        // The child: system calls only. Signal dispositions and the mask of this process (an
+        // ignored SIGPIPE, signals blocked for worker threads) must not reach the program, nor
+        // must descriptors that other threads opened without close-on-exec.
+        for (int sig = 1; sig < NSIG; ++sig)
+            ::signal(sig, SIG_DFL);
+        ::sigprocmask(SIG_SETMASK, &emptyMask, nullptr);
+        ::close_range(3, ~0U, 0);
         if (directory != nullptr && ::chdir(directory) != 0) {
         }
         ::execve(path, argv.data(), envp.data());

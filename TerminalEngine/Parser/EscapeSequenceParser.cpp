@@ -1,0 +1,561 @@
+// The parser's main loop, its actions and the dispatch tables into the terminal.
+#include "TerminalEngine/Parser/EscapeSequenceParser.h"
+
+#include "TerminalEngine/Terminal/Terminal.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace TerminalEngine {
+namespace {
+
+std::string_view asView(const Bytes& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+bool profilingRequested() {
+    const char* value = std::getenv("TERMINALENGINE_PROFILE");
+    return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+// The designators ESC ( and its kin accept: every key of the charset table.
+bool isCharsetDesignator(std::uint8_t final) {
+    return CharSets::find(static_cast<char>(final)) != nullptr;
+}
+
+} // namespace
+
+EscapeSequenceParser::EscapeSequenceParser(Terminal* terminal)
+    : terminal(terminal)
+    , profile_(profilingRequested()) {
+    _pars.reserve(32);
+    _parsTxt.reserve(32);
+    _collect.reserve(8);
+    csiHandlerFallback = [](Params, std::string_view, std::uint8_t final) {
+        std::printf("Cannot handle ESC-%d\n", final);
+    };
+}
+
+void EscapeSequenceParser::reset() {
+    currentState = initialState;
+    _osc.clear();
+    _apc.clear();
+    _collect.clear();
+    _pars.assign(1, 0);
+    activeDcsHandler.reset();
+    if (printStateReset) printStateReset();
+}
+
+void EscapeSequenceParser::parse(ByteSpan data) {
+    using S = ParserState;
+    using A = ParserAction;
+
+    std::chrono::steady_clock::time_point profileStart;
+    if (profile_) profileStart = std::chrono::steady_clock::now();
+
+    const std::uint8_t* bytes = data.data();
+    const std::int64_t len = static_cast<std::int64_t>(data.size());
+    S state = currentState;
+    std::int64_t print = -1;
+    std::int64_t dcs = -1;
+
+    auto flushPrint = [&](std::int64_t end) {
+        if (print >= 0) {
+            ByteSpan run(bytes + print, static_cast<std::size_t>(end - print));
+            if (terminal != nullptr)
+                terminal->handlePrint(run);
+            else if (printHandler)
+                printHandler(run);
+            print = -1;
+        }
+    };
+    auto flushDcs = [&](std::int64_t end) {
+        if (dcs >= 0) {
+            if (activeDcsHandler)
+                activeDcsHandler->put(ByteSpan(bytes + dcs, static_cast<std::size_t>(end - dcs)));
+            dcs = -1;
+        }
+    };
+    // A control that leaves a DCS string other than through its terminator abandons it.
+    auto abandonDcs = [&] {
+        if (state == S::dcsPassthrough) {
+            dcs = -1;
+            activeDcsHandler.reset();
+        }
+    };
+    auto clearAction = [&](std::int64_t i) {
+        flushPrint(i);
+        abandonDcs();
+        _pars.resize(1);
+        _pars[0] = 0;
+        _collect.clear();
+        _parsTxt.clear();
+        _osc.clear();
+        _apc.clear();
+        if (printStateReset) printStateReset();
+        print = -1;
+        dcs = -1;
+    };
+
+    for (std::int64_t i = 0; i < len; ++i) {
+        std::uint8_t code = bytes[i];
+
+        // Text: every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
+        // sequences reach the print path whole.
+        if (state == S::ground && code >= 0x20) {
+            if (print < 0) print = i;
+            while (i + 1 < len && bytes[i + 1] > 0x1F)
+                ++i;
+            continue;
+        }
+        // A whole "ESC [ parameters final" in one tight loop: the common case of cursor movement
+        // and SGR. Anything else (an intermediate, a control, the end of the buffer) hands the
+        // sequence back to the table at the byte where the loop stopped, in the state the table
+        // would have reached there.
+        if (state == S::ground && code == 0x1B && i + 1 < len && bytes[i + 1] == '[') {
+            clearAction(i);
+            std::int64_t j = i + 2;
+            S reached = S::csiEntry;
+            if (j < len && bytes[j] >= 0x3C && bytes[j] <= 0x3F) {
+                _collect.push_back(bytes[j++]);
+                reached = S::csiParam;
+            }
+            // The parameter being read stays in a register until a separator or the end.
+            std::int64_t current = 0;
+            while (j < len) {
+                std::uint8_t b = bytes[j];
+                if (static_cast<std::uint8_t>(b - '0') <= 9) {
+                    std::int64_t value = current * 10 + (b - '0');
+                    current = value > parameterClamp ? 0 : value;
+                } else if (b == ';' || (b == ':' && reached == S::csiParam)) {
+                    _pars.back() = current;
+                    current = 0;
+                    _parsTxt.push_back(b);
+                    _pars.push_back(0);
+                } else {
+                    break;
+                }
+                reached = S::csiParam;
+                ++j;
+            }
+            _pars.back() = current;
+            if (j < len && bytes[j] >= 0x40 && bytes[j] <= 0x7E) {
+                csiDispatch(_pars, asView(_collect), bytes[j]);
+                state = S::ground;
+            } else {
+                state = reached;
+                --j;
+            }
+            i = j;
+            continue;
+        }
+        // CSI digits without a table look-up.
+        if (state == S::csiParam && code >= '0' && code <= '9') {
+            std::int64_t& last = _pars.back();
+            while (true) {
+                std::int64_t value = last * 10 + (code - '0');
+                last = value > parameterClamp ? 0 : value;
+                if (i + 1 >= len) break;
+                std::uint8_t next = bytes[i + 1];
+                if (next < '0' || next > '9') break;
+                code = next;
+                ++i;
+            }
+            continue;
+        }
+
+        std::uint8_t clamped = code < TransitionTable::maxCode ? code : TransitionTable::maxCode;
+        std::uint8_t entry = transitionTable.entry(state, clamped);
+        A action = TransitionTable::action(entry);
+        S next = TransitionTable::next(entry);
+
+        switch (action) {
+        case A::ignore:
+            if (print >= 0)
+                flushPrint(i);
+            else
+                flushDcs(i);
+            break;
+        case A::error:
+            if (code >= TransitionTable::maxCode) {
+                // A byte of UTF-8 text inside a control sequence.
+                switch (state) {
+                case S::ground:
+                    if (print < 0) print = i;
+                    next = state;
+                    break;
+                case S::csiIgnore:
+                case S::dcsIgnore:
+                    if (print >= 0)
+                        flushPrint(i);
+                    else
+                        flushDcs(i);
+                    next = state;
+                    break;
+                case S::dcsPassthrough:
+                    if (dcs < 0) dcs = i;
+                    next = state;
+                    break;
+                default: break; // the ordinary error path below
+                }
+                if (next == state) break;
+            }
+            {
+                ParsingState ps;
+                ps.position = i;
+                ps.code = code;
+                ps.currentState = state;
+                ps.print = print;
+                ps.dcs = dcs;
+                ps.osc = _osc;
+                ps.apc = _apc;
+                ps.collect = _collect;
+                ps.parameters = _pars;
+                ParsingState result = errorHandler ? errorHandler(std::move(ps)) : std::move(ps);
+                if (result.abort) return;
+            }
+            break;
+        case A::print:
+            if (print < 0) print = i;
+            break;
+        case A::execute:
+            flushPrint(i);
+            abandonDcs();
+            execute(code);
+            break;
+        case A::oscStart:
+            flushPrint(i);
+            if (next == S::apcString)
+                _apc.clear();
+            else
+                _osc.clear();
+            break;
+        case A::oscPut: {
+            // The string loop: everything up to a terminator (BEL, CAN, ESC), C0 bytes dropped.
+            Bytes& target = state == S::apcString ? _apc : _osc;
+            std::int64_t j = i;
+            while (j < len) {
+                std::uint8_t b = bytes[j];
+                if (b == 0x07 || b == 0x18 || b == 0x1B) break;
+                if (b < 0x20) {
+                    ++j;
+                    continue;
+                }
+                std::int64_t runEnd = j + 1;
+                while (runEnd < len && bytes[runEnd] >= 0x20)
+                    ++runEnd;
+                target.insert(target.end(), bytes + j, bytes + runEnd);
+                j = runEnd;
+            }
+            i = j - 1;
+            break;
+        }
+        case A::oscEnd: {
+            Bytes& text = state == S::apcString ? _apc : _osc;
+            if (!text.empty() && code != 0x18 && code != 0x1A) {
+                if (state == S::apcString) {
+                    apcDispatch(text[0], ByteSpan(text.data() + 1, text.size() - 1));
+                } else {
+                    std::int64_t number = 0;
+                    std::size_t k = 0;
+                    for (; k < text.size() && text[k] >= '0' && text[k] <= '9'; ++k) {
+                        number = number * 10 + (text[k] - '0');
+                        if (number > parameterClamp) number = 0;
+                    }
+                    std::size_t semicolon = 0;
+                    while (semicolon < text.size() && text[semicolon] != ';')
+                        ++semicolon;
+                    ByteSpan payload = semicolon < text.size() ? ByteSpan(text.data() + semicolon + 1,
+                                                                          text.size() - semicolon - 1)
+                                                               : ByteSpan();
+                    oscDispatch(number, payload);
+                }
+            }
+            if (code == 0x1B) next = S::escape;
+            clearAction(i);
+            break;
+        }
+        case A::csiDispatch: csiDispatch(_pars, asView(_collect), code); break;
+        case A::param:
+            if (code == ':' || code == ';') {
+                _parsTxt.push_back(code);
+                _pars.push_back(0);
+            } else {
+                std::int64_t value = _pars.back() * 10 + (code - '0');
+                _pars.back() = value > parameterClamp ? 0 : value;
+            }
+            break;
+        case A::collect: _collect.push_back(code); break;
+        case A::escDispatch: escDispatch(asView(_collect), code); break;
+        case A::clear: clearAction(i); break;
+        case A::dcsHook:
+            activeDcsHandler = dcsHandlerFor(asView(_collect), code);
+            if (activeDcsHandler)
+                activeDcsHandler->hook(asView(_collect), _pars, code);
+            else
+                dscHandlerFallback(asView(_collect), _pars);
+            break;
+        case A::dcsPut:
+            if (dcs < 0) dcs = i;
+            break;
+        case A::dcsUnhook:
+            if (activeDcsHandler) {
+                flushDcs(i);
+                activeDcsHandler->unhook();
+                activeDcsHandler.reset();
+            }
+            dcs = -1;
+            if (code == 0x1B) next = S::escape;
+            clearAction(i);
+            break;
+        }
+        state = next;
+    }
+
+    if (state == S::ground) flushPrint(len);
+    if (dcs >= 0 && activeDcsHandler) {
+        flushDcs(len);
+        state = S::dcsPassthrough;
+    }
+    currentState = state;
+
+    if (profile_) {
+        auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
+                                                                        profileStart);
+        std::fprintf(stderr, "ParserProfile: parse %zu bytes in %lld us\n", data.size(),
+                     static_cast<long long>(us.count()));
+    }
+}
+
+void EscapeSequenceParser::execute(std::uint8_t code) {
+    if (terminal == nullptr) {
+        executeHandlerFallback(code);
+        return;
+    }
+    Terminal& t = *terminal;
+    switch (code) {
+    case 0x07: t.bell(); break;
+    case 0x08: t.cmdBackspace(); break;
+    case 0x09: t.cmdTab(); break;
+    case 0x0A:
+    case 0x0B:
+    case 0x0C: t.cmdLineFeedBasic(); break;
+    case 0x0D: t.cmdCarriageReturn(); break;
+    case 0x0E: t.setgLevel(1); break;
+    case 0x0F: t.setgLevel(0); break;
+    case 0x84: t.cmdIndex(); break;
+    case 0x85: t.cmdNextLine(); break;
+    case 0x88: t.cmdTabSet(); break;
+    default: break; // codes without an entry do nothing
+    }
+}
+
+void EscapeSequenceParser::csiDispatch(Params pars, std::string_view collect, std::uint8_t final) {
+    if (terminal == nullptr) {
+        csiHandlerFallback(pars, collect, final);
+        return;
+    }
+    Terminal& t = *terminal;
+    // Handlers for CSI sequences without private markers or intermediates look at `collect`
+    // themselves where a marked variant exists; plain movement ignores it.
+    switch (final) {
+    case '@': t.cmdInsertChars(pars); break;
+    case 'A': t.cmdCursorUp(pars); break;
+    case 'B': t.cmdCursorDown(pars); break;
+    case 'C': t.cmdCursorForward(pars); break;
+    case 'D': t.cmdCursorBackward(pars); break;
+    case 'E': t.cmdCursorNextLine(pars); break;
+    case 'F': t.cmdCursorPrecedingLine(pars); break;
+    case 'G': t.cmdCursorCharAbsolute(pars); break;
+    case 'H': t.cmdCursorPosition(pars); break;
+    case 'I': t.cmdCursorForwardTab(pars); break;
+    case 'J': t.cmdEraseInDisplay(pars, collect); break;
+    case 'K': t.cmdEraseInLine(pars, collect); break;
+    case 'L': t.cmdInsertLines(pars); break;
+    case 'M': t.cmdDeleteLines(pars); break;
+    case 'P': t.cmdDeleteChars(pars); break;
+    case 'S': t.cmdScrollUp(pars); break;
+    case 'T': t.csiT(pars, collect); break;
+    case 'X': t.cmdEraseChars(pars); break;
+    case 'Z': t.cmdCursorBackwardTab(pars); break;
+    case '`': t.cmdCharPosAbsolute(pars); break;
+    case 'a': t.cmdHPositionRelative(pars); break;
+    case 'b': t.cmdRepeatPrecedingCharacter(pars); break;
+    case 'c': t.cmdSendDeviceAttributes(pars, collect); break;
+    case 'd': t.cmdLinePosAbsolute(pars); break;
+    case 'e': t.cmdVPositionRelative(pars); break;
+    case 'f': t.cmdHVPosition(pars); break;
+    case 'g': t.cmdTabClear(pars); break;
+    case 'h': t.cmdSetMode(pars, collect); break;
+    case 'l': t.cmdResetMode(pars, collect); break;
+    case 'm': t.cmdCsiM(pars, collect); break;
+    case 'n': t.cmdDeviceStatus(pars, collect); break;
+    case 'p': t.csiPHandler(pars, collect); break;
+    case 'q': t.cmdSetCursorStyle(pars, collect); break;
+    case 'r': t.cmdSetScrollRegion(pars, collect); break;
+    case 's':
+        if (collect == ">")
+            t.cmdSetShiftEscape(pars);
+        else if (!collect.empty())
+            break;
+        else if (t.marginMode)
+            t.cmdSetMargins(pars);
+        else
+            t.cmdSaveCursor();
+        break;
+    case 't': t.csit(pars, collect); break;
+    case 'u': t.cmdCsiU(pars, collect); break;
+    case 'v': t.csiCopyRectangularArea(pars, collect); break;
+    case 'x': t.csiX(pars, collect); break;
+    case 'y': t.cmdDECRQCRA(pars, collect); break;
+    case 'z': t.csiZ(pars, collect); break;
+    case '{': t.csiOpenBrace(pars, collect); break;
+    case '}':
+        if (collect == "'")
+            t.cmdInsertColumns(pars, collect);
+        else
+            t.csiCloseBrace(pars, collect);
+        break;
+    case '~': t.cmdDeleteColumns(pars, collect); break;
+    default: csiHandlerFallback(pars, collect, final); break;
+    }
+}
+
+void EscapeSequenceParser::escDispatch(std::string_view collect, std::uint8_t final) {
+    if (terminal == nullptr) {
+        escHandlerFallback(collect, final);
+        return;
+    }
+    Terminal& t = *terminal;
+    if (collect.size() == 1) {
+        char intermediate = collect[0];
+        switch (intermediate) {
+        case ' ':
+            if (final == 'F' || final == 'G') {
+                t.setSend8bit(final == 'G');
+                return;
+            }
+            break;
+        case '#':
+            switch (final) {
+            case '3': t.setLineRenderMode(BufferLine::RenderLineMode::doubledTop); return;
+            case '4': t.setLineRenderMode(BufferLine::RenderLineMode::doubledDown); return;
+            case '5': t.setLineRenderMode(BufferLine::RenderLineMode::single); return;
+            case '6': t.setLineRenderMode(BufferLine::RenderLineMode::doubleWidth); return;
+            case '8': t.cmdScreenAlignmentPattern(); return;
+            default: break;
+            }
+            break;
+        case '%':
+            if (final == '@' || final == 'G') {
+                t.setgLevel(0);
+                t.setgCharset(0, CharSets::find('B'));
+                return;
+            }
+            break;
+        case '(':
+        case ')':
+        case '*':
+        case '+':
+        case '-':
+        case '.':
+        case '/':
+            if (isCharsetDesignator(final)) {
+                char pair[2] = {intermediate, static_cast<char>(final)};
+                t.selectCharset(std::string_view(pair, 2));
+                return;
+            }
+            break;
+        default: break;
+        }
+    } else if (collect.empty()) {
+        switch (final) {
+        case '6': t.columnIndex(true); return;
+        case '7': t.cmdSaveCursor(); return;
+        case '8': t.cmdRestoreCursor(); return;
+        case '9': t.columnIndex(false); return;
+        case '=': t.setApplicationKeypad(true); return;
+        case '>': t.setApplicationKeypad(false); return;
+        case 'D': t.cmdIndex(); return;
+        case 'E': t.cmdNextLine(); return;
+        case 'H': t.cmdTabSet(); return;
+        case 'M': t.reverseIndex(); return;
+        case '\\': return; // the second byte of a string terminator
+        case 'c': t.cmdReset(); return;
+        case 'n': t.setgLevel(2); return;
+        case 'o': t.setgLevel(3); return;
+        case '|': t.setgLevel(3); return;
+        case '}': t.setgLevel(2); return;
+        case '~': t.setgLevel(1); return;
+        default: break;
+        }
+    }
+    escHandlerFallback(collect, final);
+}
+
+void EscapeSequenceParser::oscDispatch(std::int64_t number, ByteSpan payload) {
+    if (auto it = oscHandlers.find(number); it != oscHandlers.end()) {
+        it->second(payload);
+        return;
+    }
+    if (terminal == nullptr) {
+        oscHandlerFallback(number, payload);
+        return;
+    }
+    Terminal& t = *terminal;
+    std::string_view text(reinterpret_cast<const char*>(payload.data()), payload.size());
+    switch (number) {
+    case 0:
+    case 2: t.setTitle(text); break;
+    case 1: t.setIconTitle(text); break;
+    case 4: t.oscChangeOrQueryColorIndex(payload); break;
+    case 6: t.oscSetCurrentDocument(payload); break;
+    case 7: t.oscSetCurrentDirectory(payload); break;
+    case 8: t.oscHyperlink(payload); break;
+    case 9:
+        if (!t.oscProgressReport(payload)) oscHandlerFallback(9, payload);
+        break;
+    case 10: t.oscSetColors(payload, 0); break;
+    case 11: t.oscSetColors(payload, 1); break;
+    case 12: t.oscSetColors(payload, 2); break;
+    case 52: t.oscClipboard(payload); break;
+    case 104: t.oscResetColor(payload); break;
+    case 112: t.oscResetCursorColor(); break;
+    case 777: t.oscNotification(payload); break;
+    case 1337: t.osciTerm2(payload); break;
+    default: oscHandlerFallback(number, payload); break;
+    }
+}
+
+void EscapeSequenceParser::apcDispatch(std::uint8_t code, ByteSpan payload) {
+    if (code == 'G' && terminal != nullptr) {
+        terminal->kittyGraphics(payload);
+        return;
+    }
+    apcHandlerFallback(code, payload);
+}
+
+namespace {
+
+// Sixel images are accepted and dropped: the engine draws no images, but the string must be
+// consumed whole without disturbing the parser.
+class SixelDcsHandler final : public DcsHandler {
+public:
+    void hook(std::string_view, Params, std::uint8_t) override {}
+    void put(ByteSpan) override {}
+    void unhook() override {}
+};
+
+} // namespace
+
+std::unique_ptr<DcsHandler> EscapeSequenceParser::dcsHandlerFor(std::string_view collect,
+                                                                std::uint8_t final) {
+    if (final != 'q' || terminal == nullptr) return nullptr;
+    if (collect.find('$') != std::string_view::npos) return std::make_unique<Terminal::DECRQSS>(*terminal);
+    if (collect.empty()) return std::make_unique<SixelDcsHandler>();
+    return nullptr;
+}
+
+} // namespace TerminalEngine

@@ -1,0 +1,781 @@
+// Control functions that move the cursor and change the screen: C0 controls, cursor movement,
+// erasing, insertion and deletion, scroll regions and margins, tabs, character sets,
+// rectangles and SGR.
+#include "TerminalEngine/Terminal/Terminal.h"
+
+#include <algorithm>
+
+namespace TerminalEngine {
+namespace {
+
+// A missing or zero parameter takes the default.
+int param(Params pars, std::size_t index, int fallback) {
+    if (index >= pars.size() || pars[index] == 0) return fallback;
+    return static_cast<int>(std::min<std::int64_t>(pars[index], 1 << 20));
+}
+
+// The parameter as sent, 0 when missing.
+std::int64_t raw(Params pars, std::size_t index) {
+    return index < pars.size() ? pars[index] : 0;
+}
+
+} // namespace
+
+// MARK: C0 controls
+
+void Terminal::bell() {
+    if (auto* d = delegate()) d->bell(*this);
+}
+
+void Terminal::cmdBackspace() {
+    Buffer& b = *buffer;
+    restrictCursor(!reverseWraparound);
+    if (b.x >= cols) b.x = cols - 1;
+    int left = (marginMode && b.x >= b.marginLeft) ? b.marginLeft : 0;
+    if (reverseWraparound && b.x <= left) {
+        // Backspace from the left edge of a continued line goes back to the end of the line above.
+        if (b.y > 0 && lineAt(b.y).isWrapped) {
+            --b.y;
+            b.x = marginMode ? b.marginRight : cols - 1;
+        }
+        return;
+    }
+    b.x = std::max(b.x - 1, left);
+}
+
+void Terminal::cmdTab() {
+    Buffer& b = *buffer;
+    if (b.x >= cols) return;
+    int next = b.nextTabStop(b.x);
+    if (marginMode && b.x <= b.marginRight) next = std::min(next, b.marginRight);
+    b.x = next;
+}
+
+void Terminal::cmdCarriageReturn() {
+    Buffer& b = *buffer;
+    b.x = (originMode && marginMode) ? b.marginLeft : 0;
+}
+
+void Terminal::setgLevel(int level) {
+    gcharset = std::clamp(level, 0, 3);
+    charset = gCharsets[static_cast<std::size_t>(gcharset)];
+}
+
+void Terminal::setgCharset(int slot, const CharSet* newCharset) {
+    if (slot < 0 || slot > 3) return;
+    gCharsets[static_cast<std::size_t>(slot)] = newCharset;
+    if (slot == gcharset) charset = newCharset;
+}
+
+void Terminal::selectCharset(std::string_view p) {
+    if (p.size() != 2) {
+        setgLevel(0);
+        setgCharset(0, nullptr);
+        return;
+    }
+    int slot;
+    switch (p[0]) {
+    case '(': slot = 0; break;
+    case ')':
+    case '-': slot = 1; break;
+    case '*':
+    case '.': slot = 2; break;
+    case '+':
+    case '/': slot = 3; break;
+    default: return; // "," and anything else select nothing
+    }
+    setgCharset(slot, CharSets::find(p[1]));
+}
+
+void Terminal::cmdTabSet() {
+    Buffer& b = *buffer;
+    if (b.x < cols) b.setTabStop(b.x);
+}
+
+// MARK: Cursor movement
+
+void Terminal::cmdCursorUp(Params pars) {
+    Buffer& b = *buffer;
+    int top = b.y >= b.scrollTop ? b.scrollTop : 0;
+    b.y = std::max(b.y - param(pars, 0, 1), top);
+    if (b.x >= cols) b.x = cols - 1;
+}
+
+void Terminal::cmdCursorDown(Params pars) {
+    Buffer& b = *buffer;
+    int bottom = b.y <= b.scrollBottom ? b.scrollBottom : rows - 1;
+    b.y = std::min(b.y + param(pars, 0, 1), bottom);
+    if (b.x >= cols) b.x = cols - 1;
+}
+
+void Terminal::cmdCursorForward(Params pars) {
+    cursorForward(param(pars, 0, 1));
+}
+
+void Terminal::cmdCursorBackward(Params pars) {
+    cursorBackward(param(pars, 0, 1));
+}
+
+void Terminal::cmdCursorNextLine(Params pars) {
+    cmdCursorDown(pars);
+    buffer->x = leftEdge();
+}
+
+void Terminal::cmdCursorPrecedingLine(Params pars) {
+    cmdCursorUp(pars);
+    buffer->x = leftEdge();
+}
+
+void Terminal::cmdCursorCharAbsolute(Params pars) {
+    Buffer& b = *buffer;
+    b.x = param(pars, 0, 1) - 1 + ((originMode && marginMode) ? b.marginLeft : 0);
+    restrictCursor();
+}
+
+void Terminal::cmdCharPosAbsolute(Params pars) {
+    cmdCursorCharAbsolute(pars);
+}
+
+void Terminal::cmdHPositionRelative(Params pars) {
+    cursorForward(param(pars, 0, 1));
+}
+
+void Terminal::cmdCursorPosition(Params pars) {
+    setCursor(param(pars, 1, 1) - 1, param(pars, 0, 1) - 1);
+}
+
+void Terminal::cmdHVPosition(Params pars) {
+    cmdCursorPosition(pars);
+}
+
+void Terminal::cmdLinePosAbsolute(Params pars) {
+    Buffer& b = *buffer;
+    b.y = param(pars, 0, 1) - 1 + (originMode ? b.scrollTop : 0);
+    if (b.x >= cols) b.x = cols - 1;
+    restrictCursor();
+}
+
+void Terminal::cmdVPositionRelative(Params pars) {
+    Buffer& b = *buffer;
+    b.y += param(pars, 0, 1);
+    if (b.x >= cols) b.x = cols - 1;
+    restrictCursor();
+}
+
+void Terminal::cmdCursorForwardTab(Params pars) {
+    for (int n = param(pars, 0, 1); n > 0 && buffer->x < cols - 1; --n)
+        cmdTab();
+}
+
+void Terminal::cmdCursorBackwardTab(Params pars) {
+    Buffer& b = *buffer;
+    if (b.x >= cols) b.x = cols - 1;
+    for (int n = param(pars, 0, 1); n > 0 && b.x > 0; --n)
+        b.x = b.previousTabStop(b.x);
+}
+
+void Terminal::cmdTabClear(Params pars) {
+    Buffer& b = *buffer;
+    switch (raw(pars, 0)) {
+    case 0:
+        if (b.x < cols) b.clearTabStop(b.x);
+        break;
+    case 3: b.clearAllTabStops(); break;
+    default: break;
+    }
+}
+
+void Terminal::cmdSaveCursor() {
+    Buffer& b = *buffer;
+    b.savedX = b.x;
+    b.savedY = b.y;
+    b.savedAttr = curAttr;
+    b.savedCharset = charset;
+    b.savedOriginMode = originMode;
+    b.savedMarginMode = marginMode;
+    b.savedWraparound = wraparound;
+    b.savedReverseWraparound = reverseWraparound;
+}
+
+void Terminal::cmdRestoreCursor() {
+    Buffer& b = *buffer;
+    b.x = std::clamp(b.savedX, 0, cols);
+    b.y = std::clamp(b.savedY, 0, rows - 1);
+    curAttr = b.savedAttr;
+    charset = b.savedCharset;
+    originMode = b.savedOriginMode;
+    marginMode = b.savedMarginMode;
+    wraparound = b.savedWraparound;
+    reverseWraparound = b.savedReverseWraparound;
+    if (b.x >= cols) b.x = cols - 1;
+}
+
+void Terminal::cmdSetScrollRegion(Params pars, std::string_view collect) {
+    if (!collect.empty()) return; // XTRESTORE and kin: the modes are not saved
+    int top = param(pars, 0, 1);
+    int bottom = param(pars, 1, rows);
+    bottom = std::min(bottom, rows);
+    if (top >= bottom) return;
+    setScrollRegion(top - 1, bottom - 1);
+}
+
+void Terminal::setScrollRegion(int top, int bottom) {
+    Buffer& b = *buffer;
+    b.scrollTop = top;
+    b.scrollBottom = bottom;
+    setCursor(0, 0);
+}
+
+void Terminal::cmdSetMargins(Params pars) {
+    Buffer& b = *buffer;
+    int left = std::max(param(pars, 0, 1) - 1, 0);
+    int right = std::max(param(pars, 1, cols) - 1, 0);
+    right = std::min(right, cols - 1);
+    left = std::min(left, right);
+    b.marginLeft = left;
+    b.marginRight = right;
+}
+
+void Terminal::cmdSetShiftEscape(Params) {
+    // Shift-escape only concerns mouse reporting with shift held, which the view decides.
+}
+
+void Terminal::setCursorStyle(CursorStyle style) {
+    cursorStyle = style;
+    if (auto* d = delegate()) d->cursorStyleChanged(*this, style);
+}
+
+void Terminal::cmdSetCursorStyle(Params pars, std::string_view collect) {
+    if (collect == ">") {
+        // XTVERSION: name and version of the terminal.
+        if (raw(pars, 0) == 0) sendResponse({dcs(), ">|Ostrel(0.1.0)", st()});
+        return;
+    }
+    if (collect != " ") {
+        if (collect != "\"")
+            log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=q)");
+        return;
+    }
+    std::int64_t p = raw(pars, 0);
+    if (p > 6) return;
+    int index = p <= 1 ? 0 : static_cast<int>(p) - 1;
+    setCursorStyle(static_cast<CursorStyle>(index));
+}
+
+// MARK: Erasing
+
+void Terminal::eraseInBufferLine(int y, int start, int end, bool clearWrap, bool clearRenderMode,
+                                 bool clearImages) {
+    BufferLine& line = lineAt(y);
+    line.replaceCells(start, end, eraseCell());
+    if (clearWrap) line.isWrapped = false;
+    if (clearRenderMode) line.renderMode = BufferLine::RenderLineMode::single;
+    if (clearImages) line.images.reset();
+    updateRange(y);
+}
+
+void Terminal::resetBufferLine(int y) {
+    eraseInBufferLine(y, 0, cols, true, true, true);
+}
+
+void Terminal::cmdEraseInDisplay(Params pars, std::string_view) {
+    Buffer& b = *buffer;
+    int x = std::min(b.x, cols - 1);
+    switch (raw(pars, 0)) {
+    case 0:
+        eraseInBufferLine(b.y, x, cols, x == 0);
+        for (int row = b.y + 1; row < rows; ++row)
+            resetBufferLine(row);
+        break;
+    case 1:
+        for (int row = 0; row < b.y; ++row)
+            resetBufferLine(row);
+        eraseInBufferLine(b.y, 0, x + 1);
+        if (x + 1 >= cols && b.y + 1 < rows) lineAt(b.y + 1).isWrapped = false;
+        break;
+    case 2:
+        for (int row = 0; row < rows; ++row)
+            resetBufferLine(row);
+        break;
+    case 3: {
+        // Scrollback only; the screen stays.
+        int scrolled = b.yBase;
+        if (scrolled > 0) {
+            b.lines.trimStart(scrolled);
+            b.yBase = 0;
+            b.yDisp = 0;
+            b.savedY = std::max(b.savedY, 0);
+            if (auto* d = delegate()) d->scrolled(*this, b.yDisp);
+        }
+        updateFullScreen();
+        break;
+    }
+    default: break;
+    }
+}
+
+void Terminal::cmdEraseInLine(Params pars, std::string_view) {
+    Buffer& b = *buffer;
+    int x = std::min(b.x, cols - 1);
+    switch (raw(pars, 0)) {
+    case 0: eraseInBufferLine(b.y, x, cols); break;
+    case 1: eraseInBufferLine(b.y, 0, x + 1); break;
+    case 2: eraseInBufferLine(b.y, 0, cols); break;
+    default: break;
+    }
+}
+
+void Terminal::cmdEraseChars(Params pars) {
+    Buffer& b = *buffer;
+    int x = std::min(b.x, cols - 1);
+    eraseInBufferLine(b.y, x, x + param(pars, 0, 1));
+}
+
+// MARK: Insertion and deletion
+
+void Terminal::cmdInsertChars(Params pars) {
+    Buffer& b = *buffer;
+    if (b.x >= cols) b.x = cols - 1;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int right = marginMode ? b.marginRight : cols - 1;
+    lineAt(b.y).insertCells(b.x, param(pars, 0, 1), right, eraseCell());
+    updateRange(b.y);
+}
+
+void Terminal::cmdDeleteChars(Params pars) {
+    Buffer& b = *buffer;
+    if (b.x >= cols) b.x = cols - 1;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int right = marginMode ? b.marginRight : cols - 1;
+    lineAt(b.y).deleteCells(b.x, param(pars, 0, 1), right, eraseCell());
+    updateRange(b.y);
+}
+
+void Terminal::cmdInsertLines(Params pars) {
+    Buffer& b = *buffer;
+    if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int savedTop = b.scrollTop;
+    b.scrollTop = b.y;
+    scrollDownRegion(param(pars, 0, 1));
+    b.scrollTop = savedTop;
+    b.x = leftEdge();
+    updateRange(b.y);
+    updateRange(b.scrollBottom);
+}
+
+void Terminal::cmdDeleteLines(Params pars) {
+    Buffer& b = *buffer;
+    if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int savedTop = b.scrollTop;
+    b.scrollTop = b.y;
+    scrollUpRegion(param(pars, 0, 1));
+    b.scrollTop = savedTop;
+    b.x = leftEdge();
+    updateRange(b.y);
+    updateRange(b.scrollBottom);
+}
+
+void Terminal::cmdScrollUp(Params pars) {
+    scrollUpRegion(param(pars, 0, 1));
+}
+
+void Terminal::csiT(Params pars, std::string_view collect) {
+    if (!collect.empty()) {
+        if (collect == ">") cmdXtermTitleModeReset(pars);
+        return;
+    }
+    // CSI Ps ; Ps ; Ps ; Ps ; Ps T is mouse highlight tracking, not a scroll.
+    if (pars.size() > 1) return;
+    scrollDownRegion(param(pars, 0, 1));
+}
+
+void Terminal::cmdDeleteColumns(Params pars, std::string_view collect) {
+    if (collect != "'") {
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=~)");
+        return;
+    }
+    Buffer& b = *buffer;
+    if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int right = marginMode ? b.marginRight : cols - 1;
+    int n = param(pars, 0, 1);
+    for (int row = b.scrollTop; row <= b.scrollBottom; ++row) {
+        lineAt(row).deleteCells(std::min(b.x, cols - 1), n, right, eraseCell());
+        updateRange(row);
+    }
+}
+
+void Terminal::cmdInsertColumns(Params pars, std::string_view) {
+    Buffer& b = *buffer;
+    if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
+    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
+    int right = marginMode ? b.marginRight : cols - 1;
+    int n = param(pars, 0, 1);
+    for (int row = b.scrollTop; row <= b.scrollBottom; ++row) {
+        lineAt(row).insertCells(std::min(b.x, cols - 1), n, right, eraseCell());
+        updateRange(row);
+    }
+}
+
+void Terminal::columnScroll(bool back, int at) {
+    // Moves the columns between the margins one step, opening a blank column at `at`.
+    Buffer& b = *buffer;
+    int left = marginMode ? b.marginLeft : 0;
+    int right = marginMode ? b.marginRight : cols - 1;
+    for (int row = b.scrollTop; row <= b.scrollBottom; ++row) {
+        BufferLine& line = lineAt(row);
+        if (back)
+            line.insertCells(at, 1, right, eraseCell());
+        else
+            line.deleteCells(left, 1, right, eraseCell());
+        updateRange(row);
+    }
+}
+
+void Terminal::columnIndex(bool back) {
+    Buffer& b = *buffer;
+    int left = marginMode ? b.marginLeft : 0;
+    int right = marginMode ? b.marginRight : cols - 1;
+    if (b.x >= cols) b.x = cols - 1;
+    if (back) {
+        if (b.x == left)
+            columnScroll(true, left);
+        else if (b.x > 0)
+            --b.x;
+    } else {
+        if (b.x == right)
+            columnScroll(false, right);
+        else if (b.x < cols - 1)
+            ++b.x;
+    }
+}
+
+// MARK: Line modes and alignment
+
+void Terminal::setLineRenderMode(BufferLine::RenderLineMode mode) {
+    BufferLine& line = lineAt(buffer->y);
+    line.renderMode = mode;
+    line.touch();
+    updateRange(buffer->y);
+}
+
+void Terminal::cmdScreenAlignmentPattern() {
+    Buffer& b = *buffer;
+    curAttr = Attribute{};
+    b.scrollTop = 0;
+    b.scrollBottom = rows - 1;
+    b.marginLeft = 0;
+    b.marginRight = cols - 1;
+    originMode = false;
+    b.x = 0;
+    b.y = 0;
+    CharData e(Attribute{}, 'E', 1);
+    for (int row = 0; row < rows; ++row) {
+        BufferLine& line = lineAt(row);
+        line.fill(e);
+        line.isWrapped = false;
+        line.renderMode = BufferLine::RenderLineMode::single;
+    }
+    updateFullScreen();
+}
+
+void Terminal::setApplicationKeypad(bool on) {
+    applicationKeypad = on;
+}
+
+// MARK: Rectangles
+
+std::optional<Terminal::Rect> Terminal::getRectangleFromRequest(Params pars, std::size_t first) {
+    const Buffer& b = *buffer;
+    int offsetY = originMode ? b.scrollTop : 0;
+    int offsetX = (originMode && marginMode) ? b.marginLeft : 0;
+    int maxY = originMode ? b.scrollBottom : rows - 1;
+    int maxX = (originMode && marginMode) ? b.marginRight : cols - 1;
+    Rect r;
+    r.top = std::min(param(pars, first, 1) - 1 + offsetY, maxY);
+    r.left = std::min(param(pars, first + 1, 1) - 1 + offsetX, maxX);
+    r.bottom = std::min(param(pars, first + 2, maxY - offsetY + 1) - 1 + offsetY, maxY);
+    r.right = std::min(param(pars, first + 3, maxX - offsetX + 1) - 1 + offsetX, maxX);
+    if (r.top > r.bottom || r.left > r.right) return std::nullopt;
+    return r;
+}
+
+void Terminal::csiCopyRectangularArea(Params pars, std::string_view collect) {
+    if (collect != "$") {
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=v)");
+        return;
+    }
+    auto source = getRectangleFromRequest(pars, 0);
+    if (!source) return;
+    const Buffer& b = *buffer;
+    int offsetY = originMode ? b.scrollTop : 0;
+    int offsetX = (originMode && marginMode) ? b.marginLeft : 0;
+    int top = param(pars, 5, 1) - 1 + offsetY;
+    int left = param(pars, 6, 1) - 1 + offsetX;
+    if (top >= rows || left >= cols) return;
+    int height = std::min(source->bottom - source->top + 1, rows - top);
+    int width = std::min(source->right - source->left + 1, cols - left);
+    // Copy through a scratch area so that overlapping rectangles move correctly.
+    std::vector<CharData> area(static_cast<std::size_t>(height * width));
+    for (int r = 0; r < height; ++r)
+        for (int c = 0; c < width; ++c)
+            area[static_cast<std::size_t>(r * width + c)] = lineAt(source->top + r)[source->left + c];
+    for (int r = 0; r < height; ++r) {
+        BufferLine& line = lineAt(top + r);
+        CharData* cells = line.mutableData();
+        for (int c = 0; c < width; ++c)
+            cells[left + c] = area[static_cast<std::size_t>(r * width + c)];
+        line.touch();
+        updateRange(top + r);
+    }
+}
+
+void Terminal::csiX(Params pars, std::string_view collect) {
+    if (collect != "$") {
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=x)");
+        return;
+    }
+    // DECFRA: the character must be printable in the GL or GR range.
+    std::int64_t ch = raw(pars, 0);
+    if (!((ch >= 32 && ch <= 126) || (ch >= 160 && ch <= 255))) return;
+    auto rect = getRectangleFromRequest(pars, 1);
+    if (!rect) return;
+    CharData fill(curAttr, static_cast<std::int32_t>(ch), 1);
+    for (int row = rect->top; row <= rect->bottom; ++row) {
+        BufferLine& line = lineAt(row);
+        repairWideCharacterAt(line, rect->left);
+        line.fill(fill, rect->left, rect->right - rect->left + 1);
+        if (rect->right + 1 < cols && line[rect->right + 1].width == 0)
+            line.set(rect->right + 1, eraseCell());
+        updateRange(row);
+    }
+}
+
+void Terminal::csiZ(Params pars, std::string_view collect) {
+    if (collect == "'") {
+        log("TODO: Enable Locator Reporting (DECELR)");
+        return;
+    }
+    if (collect != "$") {
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=z)");
+        return;
+    }
+    // DECERA
+    auto rect = getRectangleFromRequest(pars, 0);
+    if (!rect) return;
+    for (int row = rect->top; row <= rect->bottom; ++row) {
+        lineAt(row).replaceCells(rect->left, rect->right + 1, eraseCell());
+        updateRange(row);
+    }
+}
+
+void Terminal::csiOpenBrace(Params pars, std::string_view collect) {
+    if (collect == "#") {
+        log("CSI # { not implemented - XTPUSHSGR with " + std::to_string(pars.size()) + " parameters");
+        return;
+    }
+    if (collect != "$") {
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code={)");
+        return;
+    }
+    // DECSERA: erases the characters and keeps their attributes (no cell is protected).
+    auto rect = getRectangleFromRequest(pars, 0);
+    if (!rect) return;
+    for (int row = rect->top; row <= rect->bottom; ++row) {
+        BufferLine& line = lineAt(row);
+        CharData* cells = line.mutableData();
+        for (int c = rect->left; c <= rect->right; ++c) {
+            cells[c].code = 0;
+            cells[c].width = 1;
+        }
+        line.touch();
+        updateRange(row);
+    }
+}
+
+void Terminal::csiCloseBrace(Params pars, std::string_view collect) {
+    if (collect == "#")
+        log("CSI # } not implemented- XTPOPSGR with " + std::to_string(pars.size()) + " parameters");
+    else
+        log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=})");
+}
+
+// MARK: SGR
+
+void Terminal::cmdCsiM(Params pars, std::string_view collect) {
+    if (!collect.empty()) {
+        // CSI > Ps ; Ps m sets key modifier options; nothing to do for the screen.
+        if (collect != ">" && collect != "?")
+            log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=m)");
+        return;
+    }
+    if (pars.size() == 1 && pars[0] == 0) {
+        curAttr = Attribute{};
+        return;
+    }
+    std::string_view seps = parser.parsTxt();
+    auto separatorAfter = [&](std::size_t i) { return i < seps.size() ? seps[i] : ';'; };
+
+    Attribute::Color fg = curAttr.fg;
+    Attribute::Color bg = curAttr.bg;
+    CharacterStyle style = curAttr.style;
+    UnderlineStyle underline = curAttr.underlineStyle;
+    std::optional<Attribute::Color> underlineColor = curAttr.underlineColor;
+
+    // Reads an extended colour starting after the 38/48/58 at `i`; returns the index of the last
+    // parameter consumed.
+    auto extendedColor = [&](std::size_t i, std::optional<Attribute::Color>& out) -> std::size_t {
+        std::size_t n = pars.size();
+        if (separatorAfter(i) == ':') {
+            std::vector<std::int64_t> sub;
+            std::size_t j = i;
+            while (j + 1 < n && separatorAfter(j) == ':')
+                sub.push_back(pars[++j]);
+            if (sub.empty()) return j;
+            if (sub[0] == 5 && sub.size() >= 2) {
+                out =
+                    Attribute::Color::ansi256(static_cast<std::uint8_t>(std::min<std::int64_t>(sub[1], 255)));
+            } else if (sub[0] == 2 && sub.size() >= 4) {
+                std::size_t k = sub.size() >= 5 ? 2 : 1; // a colour-space slot is present and skipped
+                auto c = [&](std::size_t at) {
+                    return static_cast<std::uint8_t>(std::min<std::int64_t>(sub[at], 255));
+                };
+                out = Attribute::Color::trueColor(c(k), c(k + 1), c(k + 2));
+            }
+            return j;
+        }
+        if (i + 1 >= n) return i;
+        std::int64_t type = pars[i + 1];
+        if (type == 5) {
+            if (i + 2 >= n) return n - 1;
+            out = Attribute::Color::ansi256(
+                static_cast<std::uint8_t>(std::min<std::int64_t>(pars[i + 2], 255)));
+            return i + 2;
+        }
+        if (type == 2) {
+            if (i + 4 >= n) return n - 1;
+            auto c = [&](std::size_t at) {
+                return static_cast<std::uint8_t>(std::min<std::int64_t>(pars[at], 255));
+            };
+            out = Attribute::Color::trueColor(c(i + 2), c(i + 3), c(i + 4));
+            return i + 4;
+        }
+        return i + 1;
+    };
+
+    for (std::size_t i = 0; i < pars.size(); ++i) {
+        std::int64_t p = pars[i];
+        // Subparameters of codes that take none are skipped whole.
+        auto skipSubparameters = [&] {
+            while (i + 1 < pars.size() && separatorAfter(i) == ':')
+                ++i;
+        };
+        switch (p) {
+        case 0:
+            fg = Attribute::Color::defaultColor();
+            bg = Attribute::Color::defaultColor();
+            style = CharacterStyle::none;
+            underline = UnderlineStyle::none;
+            underlineColor.reset();
+            break;
+        case 1: style |= CharacterStyle::bold; break;
+        case 2: style |= CharacterStyle::dim; break;
+        case 3: style |= CharacterStyle::italic; break;
+        case 4:
+            if (i + 1 < pars.size() && separatorAfter(i) == ':') {
+                std::int64_t sub = pars[++i];
+                switch (sub) {
+                case 0:
+                    style &= ~CharacterStyle::underline;
+                    underline = UnderlineStyle::none;
+                    break;
+                case 1: style |= CharacterStyle::underline, underline = UnderlineStyle::single; break;
+                case 2: style |= CharacterStyle::underline, underline = UnderlineStyle::double_; break;
+                case 3: style |= CharacterStyle::underline, underline = UnderlineStyle::curly; break;
+                case 4: style |= CharacterStyle::underline, underline = UnderlineStyle::dotted; break;
+                case 5: style |= CharacterStyle::underline, underline = UnderlineStyle::dashed; break;
+                default: break;
+                }
+                skipSubparameters();
+            } else {
+                style |= CharacterStyle::underline;
+                underline = UnderlineStyle::single;
+            }
+            break;
+        case 5: style |= CharacterStyle::blink; break;
+        case 7: style |= CharacterStyle::inverse; break;
+        case 8: style |= CharacterStyle::invisible; break;
+        case 9: style |= CharacterStyle::crossedOut; break;
+        case 21:
+            style |= CharacterStyle::underline;
+            underline = UnderlineStyle::double_;
+            break;
+        case 22: style &= ~(CharacterStyle::bold | CharacterStyle::dim); break;
+        case 23: style &= ~CharacterStyle::italic; break;
+        case 24:
+            style &= ~CharacterStyle::underline;
+            underline = UnderlineStyle::none;
+            break;
+        case 25: style &= ~CharacterStyle::blink; break;
+        case 27: style &= ~CharacterStyle::inverse; break;
+        case 28: style &= ~CharacterStyle::invisible; break;
+        case 29: style &= ~CharacterStyle::crossedOut; break;
+        case 38: {
+            std::optional<Attribute::Color> c;
+            i = extendedColor(i, c);
+            if (c) fg = *c;
+            break;
+        }
+        case 39: fg = Attribute::Color::defaultColor(); break;
+        case 48: {
+            std::optional<Attribute::Color> c;
+            i = extendedColor(i, c);
+            if (c) bg = *c;
+            break;
+        }
+        case 49: bg = Attribute::Color::defaultColor(); break;
+        case 58: {
+            std::optional<Attribute::Color> c;
+            i = extendedColor(i, c);
+            if (c) underlineColor = c;
+            break;
+        }
+        case 59: underlineColor.reset(); break;
+        case 6:
+        case 10:
+        case 11:
+        case 12:
+        case 13:
+        case 14:
+        case 15:
+        case 16:
+        case 17:
+        case 18:
+        case 19:
+        case 20:
+        case 26: skipSubparameters(); break;
+        default:
+            if (p >= 30 && p <= 37)
+                fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 30));
+            else if (p >= 40 && p <= 47)
+                bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 40));
+            else if (p >= 90 && p <= 97)
+                fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 82));
+            else if (p >= 100 && p <= 107)
+                bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 92));
+            else
+                log("TerminalEngine: Unknown SGR attribute: " + std::to_string(p));
+            skipSubparameters();
+            break;
+        }
+    }
+    curAttr.fg = fg;
+    curAttr.bg = bg;
+    curAttr.style = style;
+    curAttr.underlineStyle = underline;
+    curAttr.underlineColor = underlineColor;
+}
+
+} // namespace TerminalEngine

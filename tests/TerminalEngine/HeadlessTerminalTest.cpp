@@ -1,0 +1,71 @@
+// A terminal wired to a real child: output reaches the screen, replies reach the child.
+#include "TerminalEngine/Pty/HeadlessTerminal.h"
+
+#include <chrono>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+namespace TerminalEngine {
+namespace {
+
+using namespace std::chrono_literals;
+
+class MainLoop {
+public:
+    MainLoop() { DispatchQueue::setMain(loop); }
+    ~MainLoop() { DispatchQueue::clearMain(); }
+    bool runUntil(const std::function<bool()>& done, std::chrono::seconds limit = 60s) {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            loop.run_one_for(20ms);
+        }
+        return true;
+    }
+    asio::io_context loop;
+};
+
+std::vector<std::string> shellEnv() {
+    return {"PATH=/usr/bin:/bin", "TERM=xterm-256color", "LANG=C.UTF-8"};
+}
+
+TEST(HeadlessTerminal, RunsAProgramAndAnswersItsQueries) {
+    MainLoop main;
+    bool ended = false;
+    std::optional<std::int32_t> status;
+    TerminalOptions options;
+    options.cols = 30;
+    options.rows = 5;
+    auto host = HeadlessTerminal::create(std::nullopt, options, [&](std::optional<std::int32_t> code) {
+        status = code;
+        ended = true;
+    });
+    // The shell asks for the cursor position and prints the answer it reads back.
+    host->process->startProcess(
+        "/bin/bash",
+        {"--norc", "-c", "printf 'ab\\e[6n'; IFS= read -rs -d R reply; echo; echo \"got${reply#*[}\""},
+        shellEnv());
+    ASSERT_TRUE(main.runUntil([&] { return ended && host->process->outputFinished(); }));
+    main.loop.poll();
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(host->terminal->lineText(1), "got1;3");
+}
+
+TEST(HeadlessTerminal, ResizeReachesTheChild) {
+    MainLoop main;
+    bool ended = false;
+    auto host = HeadlessTerminal::create(std::nullopt, TerminalOptions{}, [&](auto) { ended = true; });
+    host->process->startProcess("/bin/sh", {"-c", "read line; stty size"}, shellEnv());
+    host->resize(100, 30);
+    host->send("\r");
+    ASSERT_TRUE(main.runUntil([&] { return ended && host->process->outputFinished(); }));
+    EXPECT_EQ(host->terminal->cols, 100);
+    bool found = false;
+    for (int row = 0; row < host->terminal->rows; ++row)
+        found = found || host->terminal->lineText(row) == "30 100";
+    EXPECT_TRUE(found);
+}
+
+} // namespace
+} // namespace TerminalEngine
