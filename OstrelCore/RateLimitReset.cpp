@@ -143,21 +143,6 @@ std::size_t findCaseless(std::string_view text, std::string_view word, std::size
     return std::string_view::npos;
 }
 
-// The last `count` characters, found without segmenting the whole text: a window from the end
-// grows until it holds more than `count` characters.
-std::string_view lastCharacters(std::string_view text, std::size_t count) {
-    std::size_t bytes = count * 4 + 4;
-    while (true) {
-        if (bytes >= text.size()) return Text::suffix(text, count);
-        std::size_t start = text.size() - bytes;
-        while (start < text.size() && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80)
-            ++start;
-        std::string_view window = text.substr(start);
-        if (Text::count(window) > count) return Text::suffix(window, count);
-        bytes *= 2;
-    }
-}
-
 // ---------------------------------------------------------------------------------------------
 // Zones
 
@@ -217,7 +202,6 @@ std::optional<int> fixedDigits(std::string_view text, std::size_t pos, std::size
 struct Clock {
     int hour = 0;
     int minute = 0;
-    std::size_t end = 0;
 };
 
 // hour[:mm][ am|pm|a.m.|p.m.]: with a meridiem the hour runs 1 to 12; without one the minutes are
@@ -254,7 +238,6 @@ std::optional<Clock> readClock(std::string_view text, std::size_t pos) {
         // "3 amazing" is not a time; a dotted meridiem ends itself.
         if (meridiem.back() != '.' && after < text.size() && isAsciiLetter(text[after])) break;
         afternoon = meridiem.front() == 'p';
-        p = after;
         break;
     }
 
@@ -264,7 +247,7 @@ std::optional<Clock> readClock(std::string_view text, std::size_t pos) {
     } else {
         if (!minute || hour > 23) return std::nullopt;
     }
-    return Clock{hour, minute.value_or(0), p};
+    return Clock{hour, minute.value_or(0)};
 }
 
 // The next moment after `now` at which the zone's clock shows hour:minute:00.
@@ -524,7 +507,7 @@ std::optional<Date> bareClock(std::string_view text, Date now, const date::time_
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (!isDigit(text[i])) continue;
         if (i > 0 && (isDigit(text[i - 1]) || text[i - 1] == ':')) continue;
-        std::string_view before = lastCharacters(text.substr(0, i), clockCueReach);
+        std::string_view before = Text::tail(text.substr(0, i), clockCueReach);
         bool cued = false;
         for (std::string_view cue : clockCues)
             cued = cued || findCaseless(before, cue) != std::string_view::npos;

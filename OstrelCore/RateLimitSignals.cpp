@@ -233,31 +233,6 @@ std::optional<Confidence> classifyCleaned(std::string_view cleaned) {
     return std::nullopt;
 }
 
-// The last `count` characters without segmenting the whole text. Plain ASCII at the end is
-// counted directly (each byte a character, CR LF one); otherwise the Unicode rules run on a window
-// that grows from the end until it holds more than `count` characters.
-std::string_view lastCharacters(std::string_view text, std::size_t count) {
-    std::size_t pos = text.size();
-    std::size_t characters = 0;
-    while (pos > 0 && characters < count && static_cast<unsigned char>(text[pos - 1]) < 0x80) {
-        pos -= text[pos - 1] == '\n' && pos >= 2 && text[pos - 2] == '\r' ? 2 : 1;
-        ++characters;
-    }
-    if (pos == 0 || (characters == count && static_cast<unsigned char>(text[pos - 1]) < 0x80))
-        return text.substr(pos);
-
-    std::size_t bytes = count * 4 + 4;
-    while (true) {
-        if (bytes >= text.size()) return Text::suffix(text, count);
-        std::size_t start = text.size() - bytes;
-        while (start < text.size() && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80)
-            ++start;
-        std::string_view window = text.substr(start);
-        if (Text::count(window) > count) return Text::suffix(window, count);
-        bytes *= 2;
-    }
-}
-
 // The last `count` characters of terminal text with its escape sequences stripped. Stripping
 // starts after a line feed, where no sequence is open in practice, on a window that grows from
 // the end: a 64 KiB chunk costs the few kilobytes at its end.
@@ -267,7 +242,7 @@ std::string strippedTail(std::string_view text, std::size_t count) {
         std::size_t lineFeed = text.find('\n', text.size() - bytes);
         if (lineFeed != std::string_view::npos) {
             std::string stripped = ANSI::strip(text.substr(lineFeed + 1));
-            std::size_t keep = lastCharacters(stripped, count).size();
+            std::size_t keep = Text::tail(stripped, count).size();
             if (keep < stripped.size()) {
                 stripped.erase(0, stripped.size() - keep);
                 return stripped;
@@ -276,7 +251,7 @@ std::string strippedTail(std::string_view text, std::size_t count) {
         bytes *= 2;
     }
     std::string stripped = ANSI::strip(text);
-    stripped.erase(0, stripped.size() - lastCharacters(stripped, count).size());
+    stripped.erase(0, stripped.size() - Text::tail(stripped, count).size());
     return stripped;
 }
 
