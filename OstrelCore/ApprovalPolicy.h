@@ -1,6 +1,5 @@
-// Whether an answer from a notification or the phone may still be typed into a session that waits
-// for a tool approval, and what to type: a late tap must never confirm something that no longer
-// stands on the screen.
+// Whether an answer from a notification or the phone may still be typed into a session waiting
+// for a tool approval, and what to type, so that a late tap never confirms a stale question.
 #pragma once
 
 #include <chrono>

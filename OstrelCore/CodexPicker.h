@@ -1,6 +1,5 @@
-// The digits to type in the Codex agent's model menu to reach a model and reasoning effort: the
-// auto presets come first, then one line that opens the other models; every level takes one
-// digit.
+// The digits to type in the Codex agent's model menu to reach a model and reasoning effort:
+// auto presets first, then one line that opens the other models; each level takes one digit.
 #pragma once
 
 #include <optional>

@@ -1,6 +1,5 @@
-// When a usage limit lifts, read from the free words of an agent's notice: a timestamp, an epoch
-// number, a named date, a relative time or a bare clock time, in the zone the notice names or
-// else the user's. "Now" and the zone are arguments; the calendar is the Gregorian one.
+// When a usage limit lifts, read from the free words of an agent's notice, in the zone the notice
+// names or else the user's. "Now" and the zone are arguments; the calendar is the Gregorian one.
 #pragma once
 
 #include <chrono>

@@ -1,7 +1,5 @@
-// Recognises an agent's usage-limit notice in its terminal output or its transcript: whose limit
-// it is, how sure the recognition is, and when the limit lifts. Missing a notice is preferred to
-// a false alarm: a terminal line must begin with a known phrase, and questions and documentation
-// never count.
+// Recognises an agent's usage-limit notice in its terminal output or transcript: whose limit it
+// is, how sure the recognition is, and when it lifts. A missed notice is preferred to a false alarm.
 #pragma once
 
 #include "OstrelCore/RateLimitBlock.h"
@@ -16,6 +14,8 @@
 
 namespace OstrelCore {
 
+// A terminal line must begin with a known phrase to count, and questions and lines of
+// documentation never do; only a `certain` block may be resumed more than once.
 class RateLimitSignals {
 public:
     using Date = std::chrono::system_clock::time_point;

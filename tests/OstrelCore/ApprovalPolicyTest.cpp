@@ -14,8 +14,6 @@ using Decision = ApprovalPolicy::Decision;
 TEST(ApprovalPolicyTest, AnswersAreOneKey) {
     EXPECT_EQ(ApprovalPolicy::keystrokes(Decision::approve), "\r");
     EXPECT_EQ(ApprovalPolicy::keystrokes(Decision::deny), "\x1b");
-    EXPECT_EQ(ApprovalPolicy::decisionNamed("deny"), Decision::deny);
-    EXPECT_EQ(ApprovalPolicy::decisionNamed("Deny"), std::nullopt);
 }
 
 TEST(ApprovalPolicyTest, CanActOnlyWithinAQuarterOfAnHourOfAStandingQuestion) {

@@ -268,12 +268,5 @@ TEST(RateLimitSignalsTest, OnlyCertainBlocksAreRetriedMoreThanOnce) {
     }
 }
 
-TEST(RateLimitSignalsTest, ProviderAndConfidenceRoundTripThroughTheirTexts) {
-    for (Provider p : {Provider::claude, Provider::codex, Provider::gemini})
-        EXPECT_EQ(RateLimitBlock::providerNamed(RateLimitBlock::rawValue(p)), p);
-    EXPECT_EQ(RateLimitBlock::providerNamed("Claude"), std::nullopt);
-    EXPECT_EQ(RateLimitBlock::confidenceNamed("likely"), Confidence::likely);
-}
-
 } // namespace
 } // namespace OstrelCore
