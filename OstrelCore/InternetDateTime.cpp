@@ -1,87 +1,121 @@
-// Strict RFC 3339 date-time parsing and formatting over civil-date arithmetic.
+// Internet date-time parsing on date/tz's civil calendar.
 #include "OstrelCore/InternetDateTime.h"
 
 #include <date/date.h>
 #include <fmt/format.h>
 
+#include <cstdint>
+
+#include <date/date.h>
+
 namespace OstrelCore::InternetDateTime {
 namespace {
 
-bool digits(std::string_view text, std::size_t at, std::size_t count, int& out) {
-    if (at + count > text.size()) return false;
+constexpr int minimumYear = 1900;
+constexpr int maximumYear = 2200;
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Reads exactly `width` ASCII digits at `pos`.
+std::optional<int> digits(std::string_view text, std::size_t& pos, std::size_t width) {
+    if (pos + width > text.size()) return std::nullopt;
     int value = 0;
-    for (std::size_t i = at; i < at + count; ++i) {
-        char c = text[i];
-        if (c < '0' || c > '9') return false;
+    for (std::size_t i = 0; i < width; ++i) {
+        char c = text[pos + i];
+        if (!isDigit(c)) return std::nullopt;
         value = value * 10 + (c - '0');
     }
-    out = value;
+    pos += width;
+    return value;
+}
+
+bool expect(std::string_view text, std::size_t& pos, char a, char b = '\0') {
+    if (pos >= text.size() || (text[pos] != a && (b == '\0' || text[pos] != b))) return false;
+    ++pos;
     return true;
 }
 
 } // namespace
 
-std::optional<Time> parse(std::string_view s) {
-    int year, month, day, hour, minute, second;
-    if (!digits(s, 0, 4, year) || s.size() < 20 || s[4] != '-' || !digits(s, 5, 2, month) || s[7] != '-' ||
-        !digits(s, 8, 2, day) || (s[10] != 'T' && s[10] != 't') || !digits(s, 11, 2, hour) || s[13] != ':' ||
-        !digits(s, 14, 2, minute) || s[16] != ':' || !digits(s, 17, 2, second))
-        return std::nullopt;
-    // A leap second is folded into the last second of its minute.
-    if (hour > 23 || minute > 59 || second > 60) return std::nullopt;
-    if (second == 60) second = 59;
-    auto ymd =
-        date::year{year} / date::month{static_cast<unsigned>(month)} / date::day{static_cast<unsigned>(day)};
-    if (!ymd.ok()) return std::nullopt;
+std::optional<std::chrono::system_clock::time_point> parse(std::string_view text) {
+    using namespace std::chrono;
+    std::size_t pos = 0;
+    auto year = digits(text, pos, 4);
+    if (!year || !expect(text, pos, '-')) return std::nullopt;
+    auto month = digits(text, pos, 2);
+    if (!month || !expect(text, pos, '-')) return std::nullopt;
+    auto day = digits(text, pos, 2);
+    if (!day || !expect(text, pos, 'T', 't')) return std::nullopt;
+    auto hour = digits(text, pos, 2);
+    if (!hour || !expect(text, pos, ':')) return std::nullopt;
+    auto minute = digits(text, pos, 2);
+    if (!minute || !expect(text, pos, ':')) return std::nullopt;
+    auto second = digits(text, pos, 2);
+    if (!second) return std::nullopt;
 
-    std::size_t at = 19;
-    int millis = 0;
-    if (at < s.size() && s[at] == '.') {
-        ++at;
-        std::size_t start = at;
-        while (at < s.size() && s[at] >= '0' && s[at] <= '9') {
-            if (at - start < 3) millis = millis * 10 + (s[at] - '0');
-            ++at;
+    nanoseconds fraction{0};
+    if (pos < text.size() && text[pos] == '.') {
+        ++pos;
+        std::size_t start = pos;
+        std::int64_t scale = 100000000;
+        while (pos < text.size() && isDigit(text[pos])) {
+            fraction += nanoseconds((text[pos] - '0') * scale);
+            scale /= 10;
+            ++pos;
         }
-        if (at == start) return std::nullopt;
-        for (std::size_t n = at - start; n < 3; ++n)
-            millis *= 10;
+        if (pos == start) return std::nullopt;
     }
-    int offsetMinutes = 0;
-    if (at < s.size() && (s[at] == 'Z' || s[at] == 'z')) {
-        ++at;
-    } else if (at < s.size() && (s[at] == '+' || s[at] == '-')) {
-        int oh, om;
-        if (!digits(s, at + 1, 2, oh) || at + 3 >= s.size() || s[at + 3] != ':' ||
-            !digits(s, at + 4, 2, om) || oh > 23 || om > 59)
-            return std::nullopt;
-        offsetMinutes = (oh * 60 + om) * (s[at] == '-' ? -1 : 1);
-        at += 6;
+
+    minutes offset{0};
+    if (pos >= text.size()) return std::nullopt;
+    if (text[pos] == 'Z' || text[pos] == 'z') {
+        ++pos;
+    } else if (text[pos] == '+' || text[pos] == '-') {
+        int sign = text[pos] == '-' ? -1 : 1;
+        ++pos;
+        auto offsetHours = digits(text, pos, 2);
+        if (!offsetHours) return std::nullopt;
+        if (pos < text.size() && text[pos] == ':') ++pos;
+        auto offsetMinutes = digits(text, pos, 2);
+        if (!offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59) return std::nullopt;
+        offset = minutes(sign * (*offsetHours * 60 + *offsetMinutes));
     } else {
         return std::nullopt;
     }
-    if (at != s.size()) return std::nullopt;
+    if (pos != text.size()) return std::nullopt;
 
-    using namespace std::chrono;
-    auto days = date::sys_days{ymd}.time_since_epoch();
-    auto time = Time{duration_cast<milliseconds>(days) + hours{hour} + minutes{minute} + seconds{second} +
-                     milliseconds{millis} - minutes{offsetMinutes}};
-    return time;
+    date::year_month_day ymd{date::year(*year), date::month(static_cast<unsigned>(*month)),
+                             date::day(static_cast<unsigned>(*day))};
+    // A leap second (":60") is accepted and lands on the next minute. Years far from now are
+    // refused: they mean nothing to an agent and would overflow a nanosecond clock.
+    if (!ymd.ok() || *year < minimumYear || *year > maximumYear || *hour > 23 || *minute > 59 || *second > 60)
+        return std::nullopt;
+    auto local = date::sys_days(ymd) + hours(*hour) + minutes(*minute) + seconds(*second);
+    return time_point_cast<system_clock::duration>(local - offset + fraction);
+}
+
+double secondsSince1970(std::chrono::system_clock::time_point time) {
+    return std::chrono::duration<double>(time.time_since_epoch()).count();
+}
+
+std::optional<Time> parseMilliseconds(std::string_view text) {
+    auto time = parse(text);
+    if (!time) return std::nullopt;
+    return std::chrono::floor<std::chrono::milliseconds>(*time);
 }
 
 std::string format(Time time) {
-    using namespace std::chrono;
-    auto day = floor<days>(time);
-    date::year_month_day ymd{date::sys_days{day.time_since_epoch()}};
-    auto rest = time - day;
-    auto h = duration_cast<hours>(rest);
-    auto m = duration_cast<minutes>(rest - h);
-    auto s = duration_cast<seconds>(rest - h - m);
-    auto ms = (rest - h - m - s).count();
-    auto head = fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", static_cast<int>(ymd.year()),
-                            static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), h.count(),
-                            m.count(), s.count());
-    return ms == 0 ? head + "Z" : fmt::format("{}.{:03}Z", head, ms);
+    auto day = std::chrono::floor<date::days>(time);
+    date::year_month_day ymd{day};
+    date::hh_mm_ss<std::chrono::milliseconds> clock{time - day};
+    auto millis = clock.subseconds().count();
+    std::string out = fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", static_cast<int>(ymd.year()),
+                                  static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
+                                  clock.hours().count(), clock.minutes().count(), clock.seconds().count());
+    if (millis != 0) out += fmt::format(".{:03}", millis);
+    return out + "Z";
 }
 
 } // namespace OstrelCore::InternetDateTime

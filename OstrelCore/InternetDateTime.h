@@ -1,5 +1,5 @@
-// Internet date-times (RFC 3339) as agents write them in transcripts: "2025-12-16T02:00:00.000Z",
-// "2024-01-01T10:00:00Z", "2026-01-02T03:04:05+02:00". Parsed by hand, without streams or locales.
+// Internet date-time as agents write it in transcripts and notices: "2025-10-31T13:05:12Z",
+// "2025-10-31T15:05:12.250+02:00". Pure parsing, no locale and no clock.
 #pragma once
 
 #include <chrono>
@@ -9,12 +9,18 @@
 
 namespace OstrelCore::InternetDateTime {
 
-using Time = std::chrono::sys_time<std::chrono::milliseconds>;
+// The whole text must be one date-time with a zone designator ("Z" or an offset, "+hh:mm" or
+// "+hhmm") and an optional fraction of a second. Anything else, or an impossible date, is absent.
+std::optional<std::chrono::system_clock::time_point> parse(std::string_view text);
 
-// Fractions beyond milliseconds are cut; a missing zone, a bad field or trailing text gives absent.
-std::optional<Time> parse(std::string_view text);
+// The same, cut to whole milliseconds, the precision feed entries keep.
+using Time = std::chrono::sys_time<std::chrono::milliseconds>;
+std::optional<Time> parseMilliseconds(std::string_view text);
 
 // UTC with a "Z"; whole seconds when the fraction is zero, else three fraction digits.
 std::string format(Time time);
+
+// Seconds since 1970 as a floating-point number, the unit the tool trace works in.
+double secondsSince1970(std::chrono::system_clock::time_point time);
 
 } // namespace OstrelCore::InternetDateTime

@@ -184,6 +184,44 @@ std::string_view suffix(std::string_view text, std::size_t n) {
     return text.substr(bounds[clusters - n]);
 }
 
+// Whether a grapheme cluster surely begins at byte `pos`, whatever comes before the text: an
+// ASCII character other than LF (which may close a CR LF) never extends what precedes it, and only
+// a prepending character would pull it into its own cluster.
+bool clusterSurelyBeginsAt(std::string_view text, std::size_t pos) {
+    auto c = static_cast<unsigned char>(text[pos]);
+    if (c >= 0x80 || c == '\n') return false;
+    if (pos == 0 || static_cast<unsigned char>(text[pos - 1]) < 0x80) return true;
+    std::size_t start = pos - 1;
+    while (start > 0 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80)
+        --start;
+    std::size_t next = start;
+    char32_t previous = decode(text, next);
+    return next != pos || utf8proc_get_property(static_cast<utf8proc_int32_t>(previous))->boundclass !=
+                              UTF8PROC_BOUNDCLASS_PREPEND;
+}
+
+std::string_view tail(std::string_view text, std::size_t n) {
+    // Plain ASCII at the end is counted directly: every byte is a cluster, CR LF is one.
+    std::size_t pos = text.size();
+    std::size_t clusters = 0;
+    while (pos > 0 && clusters < n && static_cast<unsigned char>(text[pos - 1]) < 0x80) {
+        pos -= text[pos - 1] == '\n' && pos >= 2 && text[pos - 2] == '\r' ? 2 : 1;
+        ++clusters;
+    }
+    if (pos == 0 || (clusters == n && clusterSurelyBeginsAt(text, pos))) return text.substr(pos);
+
+    // Otherwise the clusters of a window from the end, grown until it holds `n` of them. The window
+    // starts where a cluster surely begins, so that its clusters are those of the whole text.
+    for (std::size_t bytes = n * 4 + 4;; bytes *= 2) {
+        if (bytes >= text.size()) return suffix(text, n);
+        std::size_t start = text.size() - bytes;
+        while (start > 0 && !clusterSurelyBeginsAt(text, start))
+            --start;
+        std::string_view window = text.substr(start);
+        if (start == 0 || count(window) >= n) return suffix(window, n);
+    }
+}
+
 std::string truncated(std::string_view text, std::size_t n, std::string_view ellipsis) {
     auto bounds = clusterBoundaries(text);
     std::size_t clusters = bounds.size() - 1;

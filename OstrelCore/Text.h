@@ -32,6 +32,10 @@ std::string_view prefix(std::string_view text, std::size_t n);
 std::string_view dropPrefix(std::string_view text, std::size_t n);
 // The last `n` grapheme clusters.
 std::string_view suffix(std::string_view text, std::size_t n);
+// The same as suffix(), segmenting only as much of the end as it needs: for windows over long
+// texts ("the last 8000 characters"). Runs of regional indicators longer than the window aside,
+// the result is the same.
+std::string_view tail(std::string_view text, std::size_t n);
 // Byte offsets at which each grapheme cluster starts, plus text.size() at the end.
 std::vector<std::size_t> clusterBoundaries(std::string_view text);
 

@@ -30,7 +30,7 @@ std::uint32_t scanLine(const ByteSearch::MarkerSet& set, std::string_view line) 
 
 std::optional<Date> timestampOf(const json& record) {
     const std::string* text = JSONRead::text(record, "timestamp");
-    return text ? InternetDateTime::parse(*text) : std::nullopt;
+    return text ? InternetDateTime::parseMilliseconds(*text) : std::nullopt;
 }
 
 std::string_view textOr(const std::string* text, std::string_view fallback = {}) {
@@ -454,7 +454,7 @@ std::optional<Entry> entryFromJSON(const json& value) {
     Entry entry{*id, *parsedRole, *text, std::nullopt, std::nullopt, std::nullopt};
     if (const std::string* tool = JSONRead::text(value, "tool")) entry.tool = *tool;
     if (const std::string* target = JSONRead::text(value, "target")) entry.target = *target;
-    if (const std::string* at = JSONRead::text(value, "at")) entry.at = InternetDateTime::parse(*at);
+    if (const std::string* at = JSONRead::text(value, "at")) entry.at = InternetDateTime::parseMilliseconds(*at);
     return entry;
 }
 

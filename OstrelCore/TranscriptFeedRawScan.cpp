@@ -83,7 +83,7 @@ std::optional<std::string> recordValue(std::string_view line, std::string_view k
 
 std::optional<Date> recordDate(std::string_view line, bool endFirst) {
     auto text = recordValue(line, R"("timestamp":")", endFirst);
-    return text ? InternetDateTime::parse(*text) : std::nullopt;
+    return text ? InternetDateTime::parseMilliseconds(*text) : std::nullopt;
 }
 
 bool nonZeroNumberAt(std::string_view line, std::size_t at) {

@@ -4,6 +4,7 @@
 #include "TerminalEngine/Pty/LocalProcess.h"
 #include "TerminalEngine/Pty/PseudoTerminalHelpers.h"
 #include "TerminalEngine/Terminal/EnvironmentVariables.h"
+#include "TerminalEngine/Terminal/Terminal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -61,8 +62,27 @@ Consumer makeByteCounter() {
     };
 }
 
+// The real consumer: every chunk parsed by an 80x24 terminal, as a session does.
+struct SilentDelegate : TerminalDelegate {
+    void send(Terminal&, std::span<const std::uint8_t>) override {}
+};
+
+Consumer makeTerminal() {
+    lastCount = {};
+    auto delegate = std::make_shared<SilentDelegate>();
+    TerminalOptions options;
+    options.cols = 80;
+    options.rows = 24;
+    auto terminal = std::make_shared<Terminal>(delegate, options);
+    return [delegate, terminal](std::span<const std::uint8_t> chunk) {
+        terminal->parse(chunk);
+        lastCount.bytes += chunk.size();
+    };
+}
+
 const std::vector<ConsumerKind> consumers = {
     {"byteCounter", makeByteCounter},
+    {"terminal", makeTerminal},
 };
 
 struct RunResult {

@@ -10,7 +10,8 @@ TEST(InternetDateTime, ParsesTheFormsAgentsWrite) {
     auto base = sys_days{2025y / December / 16} + 2h;
     EXPECT_EQ(InternetDateTime::parse("2025-12-16T02:00:00Z"), base);
     EXPECT_EQ(InternetDateTime::parse("2025-12-16T02:00:00.250Z"), base + 250ms);
-    EXPECT_EQ(InternetDateTime::parse("2025-12-16T02:00:00.123456789Z"), base + 123ms);
+    EXPECT_EQ(InternetDateTime::parseMilliseconds("2025-12-16T02:00:00.123456789Z"), base + 123ms);
+    EXPECT_EQ(InternetDateTime::parse("2025-12-16T04:00:00+0200"), base);
     EXPECT_EQ(InternetDateTime::parse("2025-12-16T04:30:00+02:30"), base);
     EXPECT_EQ(InternetDateTime::parse("2025-12-15T23:00:00-03:00"), base);
     EXPECT_EQ(InternetDateTime::parse("2025-12-16t02:00:00z"), base);
@@ -19,7 +20,7 @@ TEST(InternetDateTime, ParsesTheFormsAgentsWrite) {
 TEST(InternetDateTime, RefusesWhatIsNotOne) {
     for (const char* text : {"", "2025-12-16", "2025-12-16T02:00:00", "2025-02-30T00:00:00Z",
                              "2025-12-16T24:00:00Z", "2025-12-16T02:00:00.Z", "2025-12-16T02:00:00Z ",
-                             "2025-12-16 02:00:00Z", "[trimmed for fixture]", "2025-12-16T02:00:00+0200"})
+                             "2025-12-16 02:00:00Z", "[trimmed for fixture]"})
         EXPECT_EQ(InternetDateTime::parse(text), std::nullopt) << text;
 }
 

@@ -71,7 +71,7 @@ TEST(TranscriptFeed, ClaudeRecordBecomesUserAssistantAndToolEntries) {
     auto entries = feed(lines, Provider::claude);
     ASSERT_EQ(entries.size(), 4u);
     EXPECT_EQ(entries[0], (Entry{"u0", Role::user, "Read the auth module", std::nullopt, std::nullopt,
-                                 InternetDateTime::parse("2025-12-16T02:00:00Z")}));
+                                 InternetDateTime::parseMilliseconds("2025-12-16T02:00:00Z")}));
     EXPECT_EQ(entries[1].id, "u1");
     EXPECT_EQ(entries[2].id, "u1#1");
     EXPECT_EQ(entries[2].text, "Second");
@@ -272,9 +272,9 @@ TEST(TranscriptFeed, CodexRecords) {
     auto entries = feed(lines, Provider::codex);
     ASSERT_EQ(entries.size(), 10u);
     EXPECT_EQ(entries[0].role, Role::user);
-    EXPECT_EQ(entries[0].at, InternetDateTime::parse("2026-01-02T03:04:07Z"));
+    EXPECT_EQ(entries[0].at, InternetDateTime::parseMilliseconds("2026-01-02T03:04:07Z"));
     EXPECT_EQ(entries[1], (Entry{"c1", Role::tool, "", "exec_command", "find .",
-                                 InternetDateTime::parse("2026-01-02T03:04:05Z")}));
+                                 InternetDateTime::parseMilliseconds("2026-01-02T03:04:05Z")}));
     EXPECT_EQ(entries[2].role, Role::error);
     EXPECT_EQ(entries[2].text, "2 failed");
     EXPECT_EQ(entries[2].target, "make test");
@@ -285,7 +285,7 @@ TEST(TranscriptFeed, CodexRecords) {
     EXPECT_EQ(entries[4].tool, "shell");
     EXPECT_EQ(entries[4].target, "ls -la");
     EXPECT_EQ(entries[5], (Entry{"ws1", Role::error, "", "web_search", "nlohmann",
-                                 InternetDateTime::parse("2026-01-02T03:04:05Z")}));
+                                 InternetDateTime::parseMilliseconds("2026-01-02T03:04:05Z")}));
     EXPECT_EQ(entries[6], (Entry{"t1", Role::notice, "turn_aborted: interrupted", std::nullopt, std::nullopt,
                                  std::nullopt}));
     EXPECT_EQ(entries[7].text, "context_compacted");
@@ -319,7 +319,7 @@ TEST(TranscriptFeed, LegacyGeminiDocument) {
     auto entries = TranscriptFeed::legacyGeminiEntries(document, 50);
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[1], (Entry{"m2", Role::tool, "", "read_file", "a.md",
-                                 InternetDateTime::parse("2024-01-01T10:00:01Z")}));
+                                 InternetDateTime::parseMilliseconds("2024-01-01T10:00:01Z")}));
     EXPECT_TRUE(TranscriptFeed::legacyGeminiEntries("{", 50).empty());
 }
 
@@ -337,9 +337,9 @@ TEST(TranscriptFeed, HugeLinesAreReadRaw) {
     auto c = feed(claude, Provider::claude);
     ASSERT_EQ(c.size(), 2u);
     EXPECT_EQ(c[0], (Entry{"a1", Role::assistant, "Writing", std::nullopt, std::nullopt,
-                           InternetDateTime::parse("2025-12-16T02:00:00Z")}));
+                           InternetDateTime::parseMilliseconds("2025-12-16T02:00:00Z")}));
     EXPECT_EQ(c[1], (Entry{"a1#1", Role::error, "", "Write", "out.txt",
-                           InternetDateTime::parse("2025-12-16T02:00:00Z")}));
+                           InternetDateTime::parseMilliseconds("2025-12-16T02:00:00Z")}));
 
     Lines codexLines{
         codex(
@@ -351,7 +351,7 @@ TEST(TranscriptFeed, HugeLinesAreReadRaw) {
     auto x = feed(codexLines, Provider::codex);
     ASSERT_EQ(x.size(), 1u);
     EXPECT_EQ(x[0], (Entry{"c1", Role::error, "", "shell", "cat big.log",
-                           InternetDateTime::parse("2026-01-02T03:04:05Z")}));
+                           InternetDateTime::parseMilliseconds("2026-01-02T03:04:05Z")}));
 
     Lines geminiLines{
         R"({"id":"g1","type":"gemini","content":"Reading","toolCalls":[{"name":"read_file","args":{"file_path":"a"},"result":")" +
@@ -368,7 +368,7 @@ TEST(TranscriptFeed, LargeLineIsSearchedOnlyAtItsEnds) {
 }
 
 TEST(TranscriptFeed, EntryJSONRoundTrips) {
-    Entry entry{"u1#2", Role::tool, "", "Read", "a.ts", InternetDateTime::parse("2025-12-16T02:00:00.250Z")};
+    Entry entry{"u1#2", Role::tool, "", "Read", "a.ts", InternetDateTime::parseMilliseconds("2025-12-16T02:00:00.250Z")};
     nlohmann::json encoded = TranscriptFeed::toJSON(entry);
     EXPECT_EQ(
         encoded.dump(),
