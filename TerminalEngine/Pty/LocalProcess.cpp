@@ -108,6 +108,15 @@ std::uint64_t uptimeNanoseconds() {
                                           .count());
 }
 
+// A completion on the channel's thread holds the process strongly while it runs. When the owner
+// lets go meanwhile, that reference is the last one; the process is then released on its own
+// queue, since its exit monitor lives on that queue's loop and must be torn down there.
+void releaseOnQueue(std::shared_ptr<LocalProcess> self) {
+    if (self.use_count() != 1) return;
+    const DispatchQueue queue = self->dispatchQueue();
+    queue.async([last = std::move(self)] {});
+}
+
 } // namespace
 
 std::shared_ptr<LocalProcess> LocalProcess::create(std::weak_ptr<LocalProcessDelegate> delegate,
@@ -202,7 +211,10 @@ void LocalProcess::issueRead(const std::shared_ptr<StreamChannel>& channel) {
     const StreamChannel* source = channel.get();
     channel->read(static_cast<std::size_t>(readSize),
                   [weak, source](bool done, std::optional<std::span<const std::uint8_t>> data, int error) {
-                      if (auto self = weak.lock()) self->readCompleted(source, done, data, error);
+                      auto self = weak.lock();
+                      if (!self) return;
+                      self->readCompleted(source, done, data, error);
+                      releaseOnQueue(std::move(self));
                   });
 }
 
@@ -320,6 +332,7 @@ void LocalProcess::send(std::span<const std::uint8_t> data) {
         const std::int64_t total = self->total_ += size;
         if (self->debugIO_) fmt::print("[SEND-{}] completed bytes={}\n", number, total);
         if (error != 0) fmt::print("Error writing data to the child, errno={}\n", error);
+        releaseOnQueue(std::move(self));
     });
 }
 

@@ -1,0 +1,169 @@
+// Headless run: command-line requests to store operations, status lines on stdout, quit on signals.
+#include "Ostrel/HeadlessRunner.h"
+
+#include "Ostrel/Localization.h"
+#include "Ostrel/Paths.h"
+#include "Ostrel/Settings.h"
+#include "OstrelCore/Text.h"
+#include "TerminalEngine/Pty/DispatchQueue.h"
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+
+#include <asio/signal_set.hpp>
+#include <fmt/format.h>
+
+namespace Ostrel {
+namespace {
+
+namespace Text = OstrelCore::Text;
+
+std::string kindList() {
+    std::string list;
+    for (SessionKind kind : OstrelCore::allSessionKinds) {
+        if (!list.empty()) list += ", ";
+        list += OstrelCore::rawValue(kind);
+    }
+    return list;
+}
+
+// One line per field: controls and white space runs become single blanks.
+std::string fieldText(std::string_view text) {
+    std::string clean;
+    clean.reserve(text.size());
+    const std::string valid = Text::sanitizeUtf8(text);
+    std::size_t pos = 0;
+    bool blank = false;
+    while (pos < valid.size()) {
+        const std::size_t start = pos;
+        const char32_t c = Text::decode(valid, pos);
+        if (c < 0x20 || c == 0x7F || (c >= 0x80 && c < 0xA0) || Text::isWhitespace(c)) {
+            blank = !clean.empty();
+            continue;
+        }
+        if (blank) clean += ' ';
+        blank = false;
+        clean.append(valid, start, pos - start);
+    }
+    return clean.empty() ? "-" : clean;
+}
+
+} // namespace
+
+std::variant<HeadlessRunner::Start, std::string> HeadlessRunner::parseStart(std::string_view text) {
+    const auto colon = text.find(':');
+    const std::string_view kindText = text.substr(0, colon);
+    const auto kind = OstrelCore::sessionKind(kindText);
+    if (!kind) return Localization::format("cli.unknownKind", std::string(kindText), kindList());
+    Start start{*kind, std::nullopt};
+    if (colon != std::string_view::npos && !Text::trim(text.substr(colon + 1)).empty())
+        start.command = std::string(text.substr(colon + 1));
+    if (start.kind == SessionKind::shell && start.command)
+        return Localization::format("cli.shellTakesNoCommand", *start.command);
+    return start;
+}
+
+std::variant<std::string, std::string> HeadlessRunner::resolveProjectFolder(std::string_view path) {
+    std::error_code error;
+    const auto resolved = std::filesystem::canonical(std::filesystem::path(path), error);
+    if (error || !std::filesystem::is_directory(resolved, error))
+        return std::variant<std::string, std::string>(
+            std::in_place_index<1>, Localization::format("cli.noSuchFolder", std::string(path)));
+    return std::variant<std::string, std::string>(std::in_place_index<0>, resolved.string());
+}
+
+std::string HeadlessRunner::statusText(const SessionStatus& status) {
+    if (status.status == SessionStatus::Case::failed) return fmt::format("failed({})", status.code);
+    return std::string(status.name());
+}
+
+std::string HeadlessRunner::statusLine(std::chrono::system_clock::time_point at, std::string_view project,
+                                       std::string_view title, const SessionStatus& status) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    char time[32];
+    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S", &local);
+    return fmt::format("{}  {}  {}  {}", time, fieldText(project), fieldText(title), statusText(status));
+}
+
+HeadlessRunner::HeadlessRunner(asio::io_context& loop, AppStore& store, std::FILE* out)
+    : loop_(loop)
+    , store_(store)
+    , out_(out) {
+    store_.onChange = [this] { report(); };
+    store_.onQuitReply = [this](bool confirmed) {
+        if (confirmed) finish();
+    };
+}
+
+void HeadlessRunner::start(const std::vector<ProjectRequest>& requests) {
+    for (const ProjectRequest& request : requests) {
+        const Project project = store_.addProject(request.path);
+        for (const Start& start : request.starts)
+            store_.startSession(start.kind, project.id, AppStore::StartOptions{start.command});
+    }
+    report();
+}
+
+void HeadlessRunner::report() {
+    if (finished_) return;
+    for (const auto& session : store_.sessions()) {
+        auto [known, added] = printed_.try_emplace(session->id(), session->status());
+        if (!added && known->second == session->status()) continue;
+        known->second = session->status();
+        const auto project = store_.projectOf(*session);
+        const std::string line = statusLine(std::chrono::system_clock::now(), project ? project->name : "",
+                                            session->displayTitle(), session->status());
+        std::fprintf(out_, "%s\n", line.c_str());
+    }
+    // Readers follow the lines as they come, usually through a pipe.
+    std::fflush(out_);
+}
+
+void HeadlessRunner::quit() {
+    switch (store_.applicationShouldTerminate()) {
+    case AppStore::TerminateReply::now: finish(); return;
+    // Without a view there is nobody to ask: the signal is the person's answer.
+    case AppStore::TerminateReply::later: store_.resolveQuit(true); return;
+    case AppStore::TerminateReply::cancel: return;
+    }
+}
+
+void HeadlessRunner::finish() {
+    if (finished_) return;
+    report();
+    finished_ = true;
+    store_.shutdown();
+    loop_.stop();
+}
+
+int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* out, std::FILE* errors) {
+    // The loop outlives everything that may still post to it at exit (the worker pool finishing a
+    // login environment capture): it is never destroyed.
+    static asio::io_context& loop = *new asio::io_context();
+    TerminalEngine::DispatchQueue::setMain(loop);
+
+    // Caught before any session starts, so that a signal during start-up quits cleanly too.
+    asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
+
+    AppStore::moveFormerDataFolder();
+    AppStore store(Paths::dataFolder() + "/state.json", Settings::shared());
+    store.setPaneArea(paneArea);
+    HeadlessRunner runner(loop, store, out);
+    signals.async_wait([&runner](const asio::error_code& error, int) {
+        if (!error) runner.quit();
+    });
+
+    store.launch();
+    runner.start(requests);
+    std::fprintf(errors, "%s\n", Localization::format("headless.started", store.sessions().size()).c_str());
+    std::fflush(errors);
+
+    loop.run();
+    signals.cancel();
+    return 0;
+}
+
+} // namespace Ostrel

@@ -1,0 +1,393 @@
+// Session controllers with real children on pseudo-terminals in a temporary HOME: the process start,
+// the status rules driven by a scripted agent and a hand-moved clock, and the signals in output.
+#include "Ostrel/SessionController.h"
+
+#include "WorkspaceHarness.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+namespace Ostrel {
+namespace {
+
+using namespace Testing;
+using OstrelCore::AgentPhase;
+using OstrelCore::TranscriptReading;
+
+bool contains(const std::vector<std::string>& list, const std::string& entry) {
+    return std::find(list.begin(), list.end(), entry) != list.end();
+}
+
+std::vector<std::string> linesOf(const std::optional<std::string>& text) {
+    std::vector<std::string> lines;
+    if (!text) return lines;
+    std::istringstream in(*text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+class SessionControllerTest : public ::testing::Test {
+protected:
+    std::shared_ptr<SessionController> start(SessionKind kind,
+                                             std::optional<std::string> command = std::nullopt) {
+        LoginEnv::setCached(agent.loginEnvironment());
+        SessionController::Options options;
+        options.clock = clock.function();
+        // Ticks come often, so that a silence is judged soon after the clock moves.
+        options.timing.statusPeriod = 10ms;
+        options.timing.noticeDuration = 10ms;
+        auto session =
+            SessionController::create(UUID::random(), home.path(), kind, std::move(command), "", options);
+        session->onChange = [this] { ++changes; };
+        session->onAttention = [this](SessionController&) { ++attentions; };
+        session->onWaitAnswered = [this] { ++answered; };
+        return session;
+    }
+    bool title(SessionController& session, const std::string& text) {
+        return agent.act(main, session, "title " + text, text.size() + 5); // ESC ] 2 ; ... BEL
+    }
+    bool say(SessionController& session, const std::string& text) {
+        return agent.act(main, session, "say " + text, text.size() + 2); // the terminal adds CR
+    }
+    // Moves the clock past the silence threshold and lets the status tick judge.
+    bool settle(SessionController& session, SessionStatus expected) {
+        clock.advance(session.agentSilenceThreshold() + 0.5);
+        return main.runUntil([&] { return session.status() == expected; });
+    }
+
+    TemporaryHome home;
+    MainLoop main;
+    ManualClock clock;
+    ScriptedAgent agent{home};
+    int changes = 0, attentions = 0, answered = 0;
+};
+
+TEST_F(SessionControllerTest, LaunchSetsAgentVariablesAndDropsTheOnesOfAnEnclosingAgent) {
+    home.write(".claude/settings.json", R"({"statusLine":{"type":"command","command":"ccline"}})");
+    auto session = start(SessionKind::claude);
+    ASSERT_TRUE(main.runUntil([&] { return home.read("env").has_value() && home.read("args").has_value(); }));
+    main.runFor(100ms); // the files are written before the agent reads its control
+    const auto env = linesOf(home.read("env"));
+    EXPECT_TRUE(contains(env, "CLAUDE_CODE_HIDE_SETTINGS_HINT=1"));
+    EXPECT_TRUE(contains(env, "LANG=en_US.UTF-8"));
+    EXPECT_TRUE(contains(env, "FROM_LOGIN=1"));
+    EXPECT_TRUE(contains(env, "TERM=xterm-256color"));
+    EXPECT_TRUE(contains(env, "HOME=" + home.path()));
+    for (const auto& entry : env) {
+        EXPECT_FALSE(entry.rfind("CLAUDECODE=", 0) == 0) << entry;
+        EXPECT_FALSE(entry.rfind("CLAUDE_CODE_SESSION_ID=", 0) == 0) << entry;
+    }
+    const auto args = linesOf(home.read("args"));
+    ASSERT_EQ(args.size(), 2u);
+    EXPECT_EQ(args[0], "--settings");
+    EXPECT_EQ(args[1], R"({"statusLine":{"type":"command","command":":"}})");
+    EXPECT_EQ(session->status(), SessionStatus::ready());
+    EXPECT_TRUE(session->statusTimerRunning() && session->telemetryTimerRunning());
+    session->shutdown();
+}
+
+TEST_F(SessionControllerTest, LaunchArgumentsFollowKindCommandAndLoginEnvironment) {
+    const std::string shell = "/bin/sh";
+    const std::string quiet(SessionController::quietStatusLine);
+    struct Case {
+        const char* name;
+        SessionKind kind;
+        std::optional<std::string> command;
+        bool statusLine;
+        bool loginCaptured;
+        std::vector<std::string> arguments;
+    };
+    const Case cases[] = {
+        {"shell is a login shell", SessionKind::shell, "ignored", true, true, {"-l"}},
+        {"agent default command", SessionKind::codex, std::nullopt, false, true, {"-c", "codex"}},
+        {"not captured yet", SessionKind::gemini, std::nullopt, false, false, {"-l", "-i", "-c", "gemini"}},
+        {"service without command",
+         SessionKind::service,
+         std::nullopt,
+         false,
+         true,
+         {"-c", "exec '/bin/sh' -l"}},
+        {"claude with a status line",
+         SessionKind::claude,
+         std::nullopt,
+         true,
+         true,
+         {"-c", "claude" + quiet}},
+        {"claude resumed",
+         SessionKind::claude,
+         "claude --resume x",
+         true,
+         true,
+         {"-c", "claude --resume x" + quiet}},
+        {"claude through a wrapper", SessionKind::claude, "npx claude", true, true, {"-c", "npx claude"}},
+        {"claude without a status line", SessionKind::claude, std::nullopt, false, true, {"-c", "claude"}},
+    };
+    for (const Case& c : cases) {
+        std::filesystem::remove(home / ".claude/settings.json");
+        if (c.statusLine) home.write(".claude/settings.json", R"({"statusLine":{}})");
+        LoginEnv::setCached(c.loginCaptured ? std::optional(agent.loginEnvironment()) : std::nullopt);
+        const auto launch = SessionController::composeLaunch(c.kind, c.command, shell, home.path());
+        EXPECT_EQ(launch.executable, shell) << c.name;
+        EXPECT_EQ(launch.arguments, c.arguments) << c.name;
+        EXPECT_EQ(contains(launch.environment, "FROM_LOGIN=1"),
+                  c.loginCaptured && c.kind != SessionKind::shell)
+            << c.name;
+    }
+}
+
+TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOnlyAfterTyping) {
+    auto session = start(SessionKind::gemini);
+    ASSERT_TRUE(agent.act(main, *session, "out", 1));
+    ASSERT_TRUE(agent.act(main, *session, "bell", 1));
+    // Never typed into: output and bells leave it ready, and silence too.
+    EXPECT_EQ(session->status(), SessionStatus::ready());
+    EXPECT_EQ(session->lastOutputAt(), clock.now);
+    clock.advance(7);
+    main.runFor(50ms);
+    EXPECT_EQ(session->status(), SessionStatus::ready());
+
+    session->sendLine("fix the tests");
+    EXPECT_EQ(session->status(), SessionStatus::working());
+    ASSERT_TRUE(agent.act(main, *session, "out", 1));
+    session->applyReading({.phase = AgentPhase::awaitingApproval,
+                           .pendingToolName = "Bash",
+                           .pendingToolTarget = "rm -rf\tbuild"});
+    ASSERT_TRUE(session->pendingRequest());
+    EXPECT_EQ(session->pendingRequest()->detail, "rm -rf build");
+    ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
+    EXPECT_TRUE(session->needsAttention());
+    EXPECT_EQ(attentions, 1);
+    EXPECT_EQ(session->approvalAskedAt(), clock.now);
+
+    // Typing answers the wait once; output that follows it wakes the session.
+    session->send("y");
+    session->send("y");
+    EXPECT_EQ(answered, 1);
+    EXPECT_TRUE(session->approvalAnswered());
+    EXPECT_FALSE(session->pendingRequest());
+    ASSERT_TRUE(agent.act(main, *session, "out", 1));
+    EXPECT_EQ(session->status(), SessionStatus::working());
+
+    session->clearAttention();
+    session->applyReading({.phase = AgentPhase::turnEnded});
+    ASSERT_TRUE(settle(*session, SessionStatus::idle()));
+    EXPECT_EQ(attentions, 2);
+
+    struct Case {
+        double sinceTyping;
+        SessionStatus expected;
+    };
+    for (const Case c : {Case{2.1, SessionStatus::idle()}, Case{1.9, SessionStatus::working()}}) {
+        session->send("more");
+        clock.advance(c.sinceTyping);
+        ASSERT_TRUE(agent.act(main, *session, "out", 1));
+        EXPECT_EQ(session->status(), c.expected) << c.sinceTyping;
+    }
+    session->shutdown();
+    EXPECT_FALSE(session->statusTimerRunning() || session->telemetryTimerRunning());
+}
+
+TEST_F(SessionControllerTest, ServiceBellWaitsUntilTypingAndOutputAndNeverSettlesBySilence) {
+    auto session = start(SessionKind::service, "exec gemini");
+    EXPECT_EQ(session->status(), SessionStatus::working());
+    EXPECT_FALSE(session->statusTimerRunning());
+    ASSERT_TRUE(agent.act(main, *session, "bell", 1));
+    EXPECT_EQ(session->status(), SessionStatus::waiting());
+    EXPECT_EQ(attentions, 0); // nobody typed: nothing was handed over
+    clock.advance(30);
+    ASSERT_TRUE(agent.act(main, *session, "out", 1));
+    EXPECT_EQ(session->status(), SessionStatus::waiting());
+    session->send("\x1b[A"); // an arrow key is not typing
+    EXPECT_EQ(answered, 0);
+    session->send("q");
+    EXPECT_EQ(answered, 1);
+    ASSERT_TRUE(agent.act(main, *session, "out", 1));
+    EXPECT_EQ(session->status(), SessionStatus::working());
+    session->shutdown();
+}
+
+TEST_F(SessionControllerTest, ExitStatusIsDecodedAndAlwaysAsksForAttention) {
+    struct Case {
+        const char* command;
+        SessionStatus expected;
+    };
+    const Case cases[] = {
+        {"exit 0", SessionStatus::done()},
+        {"exit 1", SessionStatus::failed(1)}, // a raw wait status of 256
+        {"exit 3", SessionStatus::failed(3)},
+        {"kill -9 $$", SessionStatus::failed(9)},
+    };
+    for (const Case& c : cases) {
+        attentions = 0;
+        auto session = start(SessionKind::service, c.command);
+        ASSERT_TRUE(main.runUntil([&] { return session->hasExited(); })) << c.command;
+        EXPECT_EQ(session->status(), c.expected) << c.command;
+        EXPECT_TRUE(session->needsAttention()) << c.command;
+        EXPECT_EQ(attentions, 1) << c.command;
+    }
+    // An agent's status tick stops with its process.
+    auto agentSession = start(SessionKind::codex, "exit 2");
+    ASSERT_TRUE(main.runUntil([&] { return agentSession->hasExited(); }));
+    EXPECT_EQ(agentSession->status(), SessionStatus::failed(2));
+    EXPECT_FALSE(agentSession->statusTimerRunning());
+}
+
+TEST_F(SessionControllerTest, SystemPortsAreIgnoredAndTheFirstServerPortStays) {
+    auto session = start(SessionKind::service, "exec gemini");
+    ASSERT_TRUE(say(*session, "listening on http://localhost:80/"));
+    EXPECT_FALSE(session->detectedPort());
+    ASSERT_TRUE(say(*session, "bound to 0.0.0.0:99999 and localhost:3000"));
+    EXPECT_EQ(session->detectedPort(), 3000);
+    ASSERT_TRUE(say(*session, "also on 127.0.0.1:4000"));
+    EXPECT_EQ(session->detectedPort(), 3000);
+    session->shutdown();
+}
+
+TEST_F(SessionControllerTest, TitlesComeFromEachKindsOwnSource) {
+    auto gemini = start(SessionKind::gemini);
+    ASSERT_TRUE(title(*gemini, "Reading the parser"));
+    EXPECT_EQ(gemini->autoTitle(), "Reading the parser");
+    EXPECT_EQ(gemini->displayTitle(), "Reading the parser");
+    gemini->setUserTitle("Mine");
+    EXPECT_EQ(gemini->displayTitle(), "Mine");
+    gemini->shutdown();
+
+    auto claude = start(SessionKind::claude);
+    ASSERT_TRUE(title(*claude, "\xE2\x9C\xB3 Claude Code"));
+    EXPECT_EQ(claude->autoTitle(), "");
+    EXPECT_EQ(claude->displayTitle(), "Claude Code");
+    ASSERT_TRUE(title(*claude, "\xE2\x9C\xB3 Fix the parser"));
+    EXPECT_EQ(claude->autoTitle(), "Fix the parser");
+    claude->applyReading({.sessionTitle = "From the transcript"});
+    EXPECT_EQ(claude->autoTitle(), "Fix the parser");
+    claude->shutdown();
+
+    auto codex = start(SessionKind::codex);
+    ASSERT_TRUE(title(*codex, "Action Required"));
+    EXPECT_EQ(codex->status(), SessionStatus::ready());
+    codex->sendLine("go");
+    ASSERT_TRUE(title(*codex, "Action Required"));
+    EXPECT_EQ(codex->status(), SessionStatus::waiting());
+    EXPECT_EQ(codex->autoTitle(), "");
+    codex->shutdown();
+
+    // A shell's title follows its folder, shown from the home folder.
+    auto shell = start(SessionKind::shell);
+    shell->sendLine("printf '\\033]7;file://host" + home.path() + "/my%%20src\\007'");
+    ASSERT_TRUE(main.runUntil([&] { return !shell->autoTitle().empty(); }));
+    EXPECT_EQ(shell->autoTitle(), "~/my src");
+    shell->shutdown();
+}
+
+TEST_F(SessionControllerTest, ClaudeDefaultsComeFromTheMostSpecificSettingsFile) {
+    home.write(
+        ".claude/settings.json",
+        R"({"model":"claude-sonnet-4","effort":"low","permissions":{"defaultMode":"bypassPermissions"}})");
+    home.write(".claude/settings.local.json", R"({"model":7,"permissions":{"defaultMode":"manual"}})");
+    auto session = start(SessionKind::claude);
+    // The project folder is HOME here, so the user's file is also the folder's shared one.
+    EXPECT_EQ(session->modelName(), "claude-sonnet-4");
+    EXPECT_EQ(session->effortLevel(), "low");
+    EXPECT_EQ(session->permissionMode(), "default");
+    EXPECT_FALSE(session->bypassInCycle());
+
+    // A switch shown in the terminal wins over a transcript that still names the old model.
+    ASSERT_TRUE(say(*session, "Set model to Opus 4.1"));
+    EXPECT_EQ(session->modelName(), "claude-opus-4.1");
+    EXPECT_EQ(session->modelSwitchedFrom(), "claude-sonnet-4");
+    session->applyReading({.model = "claude-sonnet-4"});
+    EXPECT_EQ(session->modelName(), "claude-opus-4.1");
+    clock.advance(121);
+    session->applyReading({.model = "claude-sonnet-4"});
+    EXPECT_EQ(session->modelName(), "claude-sonnet-4");
+    session->shutdown();
+}
+
+TEST_F(SessionControllerTest, CodexDefaultsComeFromItsConfigAndModelCache) {
+    const std::string cache =
+        R"({"models":[{"slug":"gpt-a","visibility":"list","default_reasoning_level":"low"},)"
+        R"({"slug":"gpt-b","is_default":true,"default_reasoning_level":"xhigh"}]})";
+    struct Case {
+        const char* name;
+        std::optional<std::string> config;
+        std::optional<std::string> model;
+        std::string effort;
+    };
+    const Case cases[] = {
+        {"config wins", "# comment\n  model = \"gpt-a\"\nmodel_reasoning_effort=\"high\"\n", "gpt-a", "high"},
+        {"effort of the configured model", "model = \"gpt-a\"\n", "gpt-a", "low"},
+        {"cache default", std::nullopt, "gpt-b", "xhigh"},
+        {"unknown model", "model = gpt-z", "gpt-z", "medium"},
+    };
+    home.write(".codex/models_cache.json", cache);
+    for (const Case& c : cases) {
+        std::filesystem::remove(home / ".codex/config.toml");
+        if (c.config) home.write(".codex/config.toml", *c.config);
+        auto session = start(SessionKind::codex, "exit 0");
+        EXPECT_EQ(session->modelName(), c.model) << c.name;
+        EXPECT_EQ(session->effortLevel(), c.effort) << c.name;
+        EXPECT_EQ(session->codexCatalog().size(), 2u) << c.name;
+    }
+}
+
+TEST_F(SessionControllerTest, ReadingsUpdateFactsWithinTheirRules) {
+    auto session = start(SessionKind::claude, "exit 0");
+    session->applyReading({.model = "claude-x[1m]"});
+    session->applyReading({.model = "claude-x", .contextUsed = 1000});
+    EXPECT_EQ(session->modelName(), "claude-x[1m]"); // the transcript names the base model
+    EXPECT_EQ(session->contextUsed(), 1000);
+    EXPECT_EQ(session->usableContext(), 800000);
+    session->applyReading({.contextWindow = 100001, .permissionMode = "bypassPermissions"});
+    EXPECT_EQ(session->usableContext(), 80000);
+    EXPECT_EQ(session->permissionMode(), "bypassPermissions");
+    EXPECT_TRUE(session->bypassInCycle());
+    const int before = changes;
+    session->applyReading({.model = "claude-x[1m]", .contextUsed = 1000});
+    EXPECT_EQ(changes, before); // nothing new, nothing announced
+}
+
+TEST_F(SessionControllerTest, ResumeIdsComeFromTheCommandAndTheBoundTranscript) {
+    struct Case {
+        std::string command;
+        std::optional<std::string> id;
+    };
+    const Case cases[] = {
+        {"claude --resume 'it'\\''s'", "it's"},
+        {"codex resume abc --yolo", "abc"},
+        {"gemini --resume \"a b\"", "a b"},
+        {"npx resume x", "x"},
+        {"a b resume x", std::nullopt},
+        {"claude --resume", std::nullopt},
+        {"claude", std::nullopt},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(SessionController::resumeIdentifier(c.command), c.id) << c.command;
+
+    auto codex = start(SessionKind::codex, "exit 0");
+    codex->updateResumeID("/s/rollout-2026-01-02T03-04-05-0199a213-81c0-7800-8aa1-bbab2a035a53.jsonl");
+    EXPECT_EQ(codex->resumeID(), "0199a213-81c0-7800-8aa1-bbab2a035a53");
+    codex->updateResumeID("/s/short.jsonl");
+    EXPECT_FALSE(codex->resumeID());
+    auto claude = start(SessionKind::claude, "exit 0");
+    claude->updateResumeID("/p/5c1f.jsonl");
+    EXPECT_EQ(claude->resumeID(), "5c1f");
+}
+
+TEST_F(SessionControllerTest, ZoomStaysInRangeAndNoticesExpire) {
+    auto session = start(SessionKind::service, "exit 0");
+    session->zoom(100);
+    EXPECT_EQ(session->fontSize(), SessionController::maximumFontSize);
+    session->zoom(-100);
+    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
+    session->setFontSize(std::nan(""));
+    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
+    session->showNotice("Copied");
+    EXPECT_EQ(session->transientNotice(), "Copied");
+    EXPECT_TRUE(main.runUntil([&] { return !session->transientNotice(); }));
+}
+
+} // namespace
+} // namespace Ostrel
