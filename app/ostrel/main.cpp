@@ -1,5 +1,6 @@
 // The `ostrel` executable: the command line, and the headless workspace as the default command.
 // Each subcommand is one block below: its options, then what it runs.
+#include "InspectCommand.h"
 #include "Ostrel/HeadlessRunner.h"
 #include "Ostrel/Localization.h"
 
@@ -93,7 +94,8 @@ int main(int argc, char** argv) {
     app.footer(headlessFooter);
 
     // Subcommands: add the next one here, as { its CLI::App, what it runs }.
-    std::vector<std::pair<CLI::App*, std::function<int()>>> subcommands;
+    // Each returns -1 when its subcommand wasn't chosen.
+    std::vector<std::function<int()>> subcommands{OstrelApp::addInspectCommand(app)};
 
     try {
         app.parse(argc, argv);
@@ -102,8 +104,8 @@ int main(int argc, char** argv) {
         return code == 0 ? 0 : 2;
     }
 
-    for (auto& [command, run] : subcommands)
-        if (command->parsed()) return run();
+    for (auto& run : subcommands)
+        if (int status = run(); status >= 0) return status;
 
     auto requests = headlessRequests(app, projectOption, startOption);
     if (auto* error = std::get_if<std::string>(&requests)) {
