@@ -10,7 +10,9 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/signal_set.hpp>
 #include <fmt/format.h>
 
@@ -145,6 +147,9 @@ int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* 
     static asio::io_context& loop = *new asio::io_context();
     TerminalEngine::DispatchQueue::setMain(loop);
 
+    // Without it the loop would return as soon as it runs out of queued work, for instance between
+    // a shell's last output and the next one posted from its read thread. finish() stops the loop.
+    auto keepAlive = asio::make_work_guard(loop);
     // Caught before any session starts, so that a signal during start-up quits cleanly too.
     asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
 
@@ -152,9 +157,16 @@ int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* 
     AppStore store(Paths::dataFolder() + "/state.json", Settings::shared());
     store.setPaneArea(paneArea);
     HeadlessRunner runner(loop, store, out);
-    signals.async_wait([&runner](const asio::error_code& error, int) {
-        if (!error) runner.quit();
-    });
+    // Every signal is a quit request; one that a quit already under way cancels leaves the next
+    // signal caught as well.
+    std::function<void()> awaitSignal = [&] {
+        signals.async_wait([&](const asio::error_code& error, int) {
+            if (error) return;
+            runner.quit();
+            awaitSignal();
+        });
+    };
+    awaitSignal();
 
     store.launch();
     runner.start(requests);

@@ -504,9 +504,10 @@ void SessionController::statusTick() {
 }
 
 void SessionController::telemetryTick() {
-    if (hasExited_) return;
-    // The transcript poll runs here: a copy of the session's telemetry is polled on the worker
-    // pool and its reading comes back through applyReading() and updateResumeID().
+    if (hasExited_ || !options_.telemetryTick) return;
+    // A copy: the hook may shut this session down.
+    auto tick = options_.telemetryTick;
+    tick(*this);
 }
 
 void SessionController::processExited(std::optional<std::int32_t> rawStatus) {

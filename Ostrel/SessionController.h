@@ -50,6 +50,8 @@ struct SessionTiming {
     double agentSilenceThreshold = 6.0; // seconds without output before the transcript decides
 };
 
+class SessionController;
+
 struct SessionOptions {
     std::function<std::chrono::system_clock::time_point()> clock; // empty: the system clock
     SessionTiming timing;
@@ -58,6 +60,11 @@ struct SessionOptions {
     // A session's terminal before a view sizes it.
     int columns = 120;
     int rows = 40;
+    // The transcript side of the telemetry tick: called on the main thread at each tick of an
+    // agent whose process still runs. The transcript binding installs it, polls its copy of the
+    // session's telemetry off the main thread and answers with applyReading() and
+    // updateResumeID(). Empty: the tick reads nothing.
+    std::function<void(SessionController&)> telemetryTick;
 };
 
 class SessionController : public std::enable_shared_from_this<SessionController> {

@@ -58,7 +58,8 @@ TEST_F(AppStoreTest, NoStateFileStartsEmptyAndTheFirstSaveWritesOne) {
     auto store = makeStore();
     store->launch();
     EXPECT_TRUE(store->projects().empty() && store->sessions().empty());
-    EXPECT_FALSE(store->selectedProjectID() || store->selectedSessionID());
+    EXPECT_FALSE(store->selectedProjectID().has_value());
+    EXPECT_FALSE(store->selectedSessionID().has_value());
     EXPECT_FALSE(stateFile());
     const Project added = store->addProject(folder("web"));
     const Project again = store->addProject(folder("web"));

@@ -39,6 +39,12 @@ protected:
         // Ticks come often, so that a silence is judged soon after the clock moves.
         options.timing.statusPeriod = 10ms;
         options.timing.noticeDuration = 10ms;
+        options.timing.telemetryPeriod = 10ms;
+        // What the transcript says, as the telemetry tick would read it.
+        options.telemetryTick = [this](SessionController& session) {
+            ++telemetryTicks;
+            if (transcript) session.applyReading(*transcript);
+        };
         auto session =
             SessionController::create(UUID::random(), home.path(), kind, std::move(command), "", options);
         session->onChange = [this] { ++changes; };
@@ -62,7 +68,8 @@ protected:
     MainLoop main;
     ManualClock clock;
     ScriptedAgent agent{home};
-    int changes = 0, attentions = 0, answered = 0;
+    std::optional<TranscriptReading> transcript;
+    int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0;
 };
 
 TEST_F(SessionControllerTest, LaunchSetsAgentVariablesAndDropsTheOnesOfAnEnclosingAgent) {
@@ -152,11 +159,12 @@ TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOn
     session->sendLine("fix the tests");
     EXPECT_EQ(session->status(), SessionStatus::working());
     ASSERT_TRUE(agent.act(main, *session, "out", 1));
-    session->applyReading({.phase = AgentPhase::awaitingApproval,
-                           .pendingToolName = "Bash",
-                           .pendingToolTarget = "rm -rf\tbuild"});
-    ASSERT_TRUE(session->pendingRequest());
+    transcript = TranscriptReading{.phase = AgentPhase::awaitingApproval,
+                                   .pendingToolName = "Bash",
+                                   .pendingToolTarget = "rm -rf\tbuild"};
+    ASSERT_TRUE(main.runUntil([&] { return session->pendingRequest().has_value(); }));
     EXPECT_EQ(session->pendingRequest()->detail, "rm -rf build");
+    EXPECT_EQ(session->status(), SessionStatus::working()); // output was too recent to judge
     ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
     EXPECT_TRUE(session->needsAttention());
     EXPECT_EQ(attentions, 1);
@@ -172,7 +180,7 @@ TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOn
     EXPECT_EQ(session->status(), SessionStatus::working());
 
     session->clearAttention();
-    session->applyReading({.phase = AgentPhase::turnEnded});
+    transcript = TranscriptReading{.phase = AgentPhase::turnEnded};
     ASSERT_TRUE(settle(*session, SessionStatus::idle()));
     EXPECT_EQ(attentions, 2);
 
@@ -188,6 +196,9 @@ TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOn
     }
     session->shutdown();
     EXPECT_FALSE(session->statusTimerRunning() || session->telemetryTimerRunning());
+    const int ticks = telemetryTicks;
+    main.runFor(50ms);
+    EXPECT_EQ(telemetryTicks, ticks);
 }
 
 TEST_F(SessionControllerTest, ServiceBellWaitsUntilTypingAndOutputAndNeverSettlesBySilence) {
@@ -233,6 +244,11 @@ TEST_F(SessionControllerTest, ExitStatusIsDecodedAndAlwaysAsksForAttention) {
     ASSERT_TRUE(main.runUntil([&] { return agentSession->hasExited(); }));
     EXPECT_EQ(agentSession->status(), SessionStatus::failed(2));
     EXPECT_FALSE(agentSession->statusTimerRunning());
+    // Its telemetry timer goes on until the session is closed, but reads nothing.
+    const int ticks = telemetryTicks;
+    main.runFor(50ms);
+    EXPECT_TRUE(agentSession->telemetryTimerRunning());
+    EXPECT_EQ(telemetryTicks, ticks);
 }
 
 TEST_F(SessionControllerTest, SystemPortsAreIgnoredAndTheFirstServerPortStays) {
