@@ -541,8 +541,10 @@ void SessionController::modelCandidate(std::string_view text) {
     changed();
 }
 
-void SessionController::limitCandidate(std::string_view) {
-    // Rate-limit recognition and the automatic resume are steering's; they start here.
+void SessionController::limitCandidate(std::string_view text) {
+    if (hasExited_ || !options_.limitText) return;
+    auto read = options_.limitText;
+    read(*this, text);
 }
 
 void SessionController::noteModelSwitch(std::string value) {
@@ -690,11 +692,14 @@ void SessionController::clearAttention() {
 }
 
 void SessionController::shutdown() {
+    // Once: a second shutdown (a close after the quit flow) has no telemetry left to release.
+    const bool hadTelemetry = telemetryTimer_ != nullptr;
     statusTimer_.reset();
     resumeTimer_.reset();
     telemetryTimer_.reset();
     noticeTimer_.reset();
     resumesAt_.reset();
+    if (hadTelemetry && options_.telemetryRelease) options_.telemetryRelease(*this);
     // Chunks still queued for the terminal must not move the status of a session being closed.
     auto& view = *terminalView_;
     view.onActivity = nullptr;

@@ -60,11 +60,17 @@ struct SessionOptions {
     // A session's terminal before a view sizes it.
     int columns = 120;
     int rows = 40;
-    // The transcript side of the telemetry tick: called on the main thread at each tick of an
-    // agent whose process still runs. The transcript binding installs it, polls its copy of the
-    // session's telemetry off the main thread and answers with applyReading() and
-    // updateResumeID(). Empty: the tick reads nothing.
+    // What later modules plug into an agent session, all called on the main thread; each may
+    // stay empty.
+    // The transcript side of the telemetry tick, at each tick while the process runs: the
+    // transcript binding polls its copy of the session's telemetry off the main thread and
+    // answers with applyReading() and updateResumeID().
     std::function<void(SessionController&)> telemetryTick;
+    // At shutdown: the binding lets go of what it holds for the session (its claimed transcript).
+    std::function<void(SessionController&)> telemetryRelease;
+    // Output that holds a rate-limit marker ("hit your", "usage limit", ...), as valid UTF-8 text:
+    // where the limit reader recognises a block and plans the resume.
+    std::function<void(SessionController&, std::string_view text)> limitText;
 };
 
 class SessionController : public std::enable_shared_from_this<SessionController> {

@@ -144,6 +144,53 @@ __attribute__((target("avx2"))) void scan32(std::string_view text, const Probe* 
     }
 }
 
+__attribute__((target("avx2"))) inline __m256i nibbleTable(const std::array<std::uint8_t, 16>& entries) {
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries.data())));
+}
+
+// Which markers' windows may hold, at their position k, each of the 32 bytes from `at`.
+__attribute__((target("avx2"))) inline __m256i classify(const char* at, __m256i low, __m256i high) {
+    const __m256i nibble = _mm256_set1_epi8(0x0F);
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+    const __m256i lo = _mm256_and_si256(bytes, nibble);
+    const __m256i hi = _mm256_and_si256(_mm256_srli_epi16(bytes, 4), nibble);
+    return _mm256_and_si256(_mm256_shuffle_epi8(low, lo), _mm256_shuffle_epi8(high, hi));
+}
+
+// The fingerprint pass: three loads, six table look-ups and a few masks per 32 positions, however
+// many markers are wanted. Leaves `at` at the first window start it didn't test.
+__attribute__((target("avx2"))) void scanFingerprints(std::string_view text, const MarkerSet::Fingerprints& f,
+                                                      const std::string_view* markers,
+                                                      std::uint32_t& remaining, std::uint32_t& found,
+                                                      std::size_t& at) {
+    const __m256i low0 = nibbleTable(f.low[0]), low1 = nibbleTable(f.low[1]), low2 = nibbleTable(f.low[2]);
+    const __m256i high0 = nibbleTable(f.high[0]), high1 = nibbleTable(f.high[1]),
+                  high2 = nibbleTable(f.high[2]);
+    const __m256i zero = _mm256_setzero_si256();
+    const char* base = text.data();
+    for (; remaining != 0 && at + 34 <= text.size(); at += 32) {
+        __m256i hits =
+            _mm256_and_si256(classify(base + at, low0, high0), classify(base + at + 1, low1, high1));
+        hits = _mm256_and_si256(hits, classify(base + at + 2, low2, high2));
+        hits = _mm256_and_si256(hits, _mm256_set1_epi8(static_cast<char>(remaining)));
+        auto mask = ~static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(hits, zero)));
+        if (mask == 0) continue;
+        alignas(32) std::uint8_t buckets[32];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(buckets), hits);
+        for (; mask != 0; mask &= mask - 1) {
+            const auto j = static_cast<std::size_t>(__builtin_ctz(mask));
+            for (std::uint32_t m = buckets[j] & remaining; m != 0; m &= m - 1) {
+                const auto i = static_cast<std::size_t>(__builtin_ctz(m));
+                if (at + j < f.offset[i]) continue;
+                if (matchesAt(text, at + j - f.offset[i], markers[i])) {
+                    found |= 1u << i;
+                    remaining &= ~(1u << i);
+                }
+            }
+        }
+    }
+}
+
 // Scans the blocks that start before `end`; the caller makes sure that every load stays inside
 // readable memory, which for the padded tail copy reaches past the text's own end.
 void scan16(std::string_view text, const Probe* probes, std::size_t probeCount,
@@ -247,6 +294,41 @@ MarkerSet::MarkerSet(const std::string_view* markers, std::size_t count) {
         same->members |= 1u << i;
         reach_ = std::max<std::size_t>(reach_, std::max(probe.atA, probe.atB) + 16u);
     }
+    buildFingerprints();
+}
+
+void MarkerSet::buildFingerprints() {
+    for (std::size_t i = 0; i < count_; ++i) {
+        const std::string_view m = markers_[i];
+        const auto bit = static_cast<std::uint8_t>(1u << i);
+        // The window of three bytes (or the whole of a shorter marker) with the rarest bytes.
+        const std::size_t width = std::min<std::size_t>(3, m.size());
+        std::size_t best = 0, bestRank = SIZE_MAX;
+        for (std::size_t at = 0; at + width <= m.size(); ++at) {
+            std::size_t rank = 0;
+            for (std::size_t k = 0; k < width; ++k)
+                rank += byteFrequency[static_cast<unsigned char>(m[at + k])];
+            if (rank < bestRank) {
+                best = at;
+                bestRank = rank;
+            }
+        }
+        fingerprints_.offset[i] = static_cast<std::uint8_t>(best);
+        fingerprints_.maxOffset = std::max(fingerprints_.maxOffset, best);
+        for (std::size_t k = 0; k < 3; ++k) {
+            if (k < width) {
+                const auto byte = static_cast<unsigned char>(m[best + k]);
+                fingerprints_.low[k][byte & 0x0F] |= bit;
+                fingerprints_.high[k][byte >> 4] |= bit;
+            } else {
+                // Past a short marker's end any byte will do.
+                for (std::size_t n = 0; n < 16; ++n) {
+                    fingerprints_.low[k][n] |= bit;
+                    fingerprints_.high[k][n] |= bit;
+                }
+            }
+        }
+    }
 }
 
 std::uint32_t MarkerSet::scan(std::string_view text, std::uint32_t wanted) const {
@@ -260,7 +342,13 @@ std::uint32_t MarkerSet::scan(std::string_view text, std::uint32_t wanted) const
     }
     std::size_t at = 0;
 #if defined(OSTREL_BYTESEARCH_X86)
-    if (hasAVX2()) scan32(text, probes_.data(), probeCount_, reach_, markers_.data(), remaining, found, at);
+    if (hasAVX2()) {
+        std::size_t window = 0;
+        scanFingerprints(text, fingerprints_, markers_.data(), remaining, found, window);
+        // Every marker that begins before this was seen through its window.
+        at = window > fingerprints_.maxOffset ? window - fingerprints_.maxOffset : 0;
+        scan32(text, probes_.data(), probeCount_, reach_, markers_.data(), remaining, found, at);
+    }
     if (text.size() >= reach_)
         scan16(text, probes_.data(), probeCount_, markers_.data(), remaining, found, at,
                text.size() - reach_ + 1);

@@ -42,12 +42,24 @@ public:
     std::uint32_t scan(std::string_view text, std::uint32_t wanted) const;
     std::size_t size() const { return count_; }
 
+    // With AVX2 the whole set is tested in one pass: each marker owns one bit of a byte, and
+    // three nibble tables per byte position tell, for 32 positions at once, which markers a
+    // window of three bytes could begin (one marker per bit, so a hit is exact on the window).
+    struct Fingerprints {
+        std::array<std::array<std::uint8_t, 16>, 3> low{}, high{};
+        std::array<std::uint8_t, maxMarkers> offset{}; // where each marker's window begins
+        std::size_t maxOffset = 0;
+    };
+
 private:
     std::array<std::string_view, maxMarkers> markers_{};
+    Fingerprints fingerprints_;
     std::array<Probe, maxMarkers> probes_{};
     std::size_t count_ = 0;
     std::size_t probeCount_ = 0;
     std::size_t reach_ = 0; // bytes a probe reads past a candidate position, at most
+
+    void buildFingerprints();
 };
 
 } // namespace OstrelCore::ByteSearch

@@ -1,7 +1,11 @@
-// The scanner's state machine, with word-at-a-time skips over runs that can't change the result.
+// The scanner's state machine, with block-at-a-time skips over runs that can't change the result.
 #include "OstrelCore/TerminalOutputScanner.h"
 
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace OstrelCore {
 namespace {
@@ -13,6 +17,7 @@ constexpr bool isStringIntroducer(std::uint8_t b) {
     return b == 'P' || b == 'X' || b == ']' || b == '^' || b == '_'; // DCS, SOS, OSC, PM, APC
 }
 
+#if !defined(__SSE2__)
 constexpr std::uint64_t broadcast(std::uint8_t b) {
     return 0x0101010101010101ULL * b;
 }
@@ -21,19 +26,34 @@ constexpr std::uint64_t broadcast(std::uint8_t b) {
 constexpr std::uint64_t hasZeroByte(std::uint64_t word) {
     return (word - 0x0101010101010101ULL) & ~word & 0x8080808080808080ULL;
 }
+#endif
 
 // First position at or after `i` holding ESC or BEL, or `end`. Once the printable flag is set in
 // `normal`, and inside strings, only these two bytes can change anything.
 std::size_t skipToEscOrBel(const unsigned char* p, std::size_t i, std::size_t end) {
+#if defined(__SSE2__)
+    const __m128i escs = _mm_set1_epi8(static_cast<char>(ESC)), bels = _mm_set1_epi8(static_cast<char>(BEL));
+    for (; i + 16 <= end; i += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const auto hits = static_cast<unsigned>(
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(block, escs), _mm_cmpeq_epi8(block, bels))));
+        if (hits != 0) return i + static_cast<std::size_t>(__builtin_ctz(hits));
+    }
+#else
     constexpr std::uint64_t escs = broadcast(ESC), bels = broadcast(BEL);
     for (; i + 8 <= end; i += 8) {
         std::uint64_t word;
         std::memcpy(&word, p + i, 8);
         if (hasZeroByte(word ^ escs) | hasZeroByte(word ^ bels)) break;
     }
+#endif
     while (i < end && p[i] != ESC && p[i] != BEL)
         ++i;
     return i;
+}
+
+constexpr bool isFinal(std::uint8_t b) {
+    return b >= 0x40 && b <= 0x7E;
 }
 
 std::size_t skipToEsc(const unsigned char* p, std::size_t i, std::size_t end) {
@@ -54,7 +74,17 @@ TerminalOutputScanner::Result TerminalOutputScanner::scan(std::string_view bytes
         switch (s) {
         case State::normal:
             if (result.printable) {
-                i = result.bell ? skipToEsc(p, i, end) : skipToEscOrBel(p, i, end);
+                // Colour and cursor sequences between runs of text are most of an agent's output:
+                // complete CSI sequences are stepped over here, without a round through the states.
+                for (;;) {
+                    i = result.bell ? skipToEsc(p, i, end) : skipToEscOrBel(p, i, end);
+                    if (i + 1 >= end || p[i] != ESC || p[i + 1] != '[') break;
+                    std::size_t j = i + 2;
+                    while (j < end && !isFinal(p[j]))
+                        ++j;
+                    if (j == end) break; // split across chunks: the states take it
+                    i = j + 1;
+                }
                 if (i == end) break;
             }
             if (p[i] == BEL) {
@@ -78,7 +108,7 @@ TerminalOutputScanner::Result TerminalOutputScanner::scan(std::string_view bytes
         }
         case State::csi:
             // Control bytes stay inside the sequence; only a final byte ends it.
-            while (i < end && (p[i] < 0x40 || p[i] > 0x7E))
+            while (i < end && !isFinal(p[i]))
                 ++i;
             if (i < end) {
                 s = State::normal;

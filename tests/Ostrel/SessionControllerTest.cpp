@@ -45,6 +45,10 @@ protected:
             ++telemetryTicks;
             if (transcript) session.applyReading(*transcript);
         };
+        options.telemetryRelease = [this](SessionController&) { ++releases; };
+        options.limitText = [this](SessionController&, std::string_view text) {
+            limitTexts.emplace_back(text);
+        };
         auto session =
             SessionController::create(UUID::random(), home.path(), kind, std::move(command), "", options);
         session->onChange = [this] { ++changes; };
@@ -69,7 +73,8 @@ protected:
     ManualClock clock;
     ScriptedAgent agent{home};
     std::optional<TranscriptReading> transcript;
-    int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0;
+    int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0, releases = 0;
+    std::vector<std::string> limitTexts;
 };
 
 TEST_F(SessionControllerTest, LaunchSetsAgentVariablesAndDropsTheOnesOfAnEnclosingAgent) {
@@ -195,7 +200,9 @@ TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOn
         EXPECT_EQ(session->status(), c.expected) << c.sinceTyping;
     }
     session->shutdown();
+    session->shutdown();
     EXPECT_FALSE(session->statusTimerRunning() || session->telemetryTimerRunning());
+    EXPECT_EQ(releases, 1);
     const int ticks = telemetryTicks;
     main.runFor(50ms);
     EXPECT_EQ(telemetryTicks, ticks);
@@ -260,6 +267,21 @@ TEST_F(SessionControllerTest, SystemPortsAreIgnoredAndTheFirstServerPortStays) {
     ASSERT_TRUE(say(*session, "also on 127.0.0.1:4000"));
     EXPECT_EQ(session->detectedPort(), 3000);
     session->shutdown();
+}
+
+TEST_F(SessionControllerTest, LimitTextsReachTheLimitReaderOnlyFromAgents) {
+    auto service = start(SessionKind::service, "exec gemini");
+    ASSERT_TRUE(say(*service, "You've hit your usage limit"));
+    EXPECT_TRUE(limitTexts.empty());
+    service->shutdown();
+    EXPECT_EQ(releases, 0); // a service has no telemetry
+
+    auto agent = start(SessionKind::codex);
+    ASSERT_TRUE(say(*agent, "Working on it"));
+    ASSERT_TRUE(say(*agent, "You've hit your usage limit. Try again at 3:05 PM."));
+    ASSERT_EQ(limitTexts.size(), 1u);
+    EXPECT_NE(limitTexts[0].find("Try again at 3:05 PM."), std::string::npos);
+    agent->shutdown();
 }
 
 TEST_F(SessionControllerTest, TitlesComeFromEachKindsOwnSource) {

@@ -2,6 +2,8 @@
 #include "OstrelCore/ByteSearch.h"
 
 #include <random>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -26,21 +28,38 @@ TEST(ByteSearch, AgreesWithPlainSearchOnRandomTexts) {
 }
 
 TEST(ByteSearch, MarkerSetReportsExactlyTheWantedMarkersPresent) {
-    const std::array<std::string_view, 4> markers = {"\"type\":\"user\"", "\"input_tokens\"", "ab",
-                                                     "\"permissionMode\""};
-    ByteSearch::MarkerSet set(markers);
+    struct Case {
+        std::vector<std::string_view> markers;
+        std::string alphabet;
+        std::size_t longest; // texts up to this long, so that every block and tail path runs
+    };
+    const Case cases[] = {
+        {{"\"type\":\"user\"", "\"input_tokens\"", "ab", "\"permissionMode\""}, "\"abtypeuser:_\\", 120},
+        // A full set of eight, with a one-byte marker and windows late in long markers.
+        {{"localhost:", "127.0.0.1:", "0.0.0.0:", "hit your", "usage limit", "exhausted your", "out of usage",
+          "model to "},
+         "lochst:1270. hiyurg mdexaf",
+         400},
+        {{"q", "zz", "a\nb", "xyz", "long marker with a rare ending: Q", "Q", "aa", "\x1b["},
+         "qzab\nxy Q\x1b[",
+         300},
+    };
     std::mt19937 random(11);
-    for (int round = 0; round < 2000; ++round) {
-        std::string text(random() % 120, 'x');
-        for (auto& c : text)
-            c = "\"abtypeuser:_\\"[random() % 13];
-        for (const auto& m : markers)
-            if (random() % 4 == 0 && text.size() > m.size())
-                text.replace(random() % (text.size() - m.size()), m.size(), m);
-        std::uint32_t wanted = random() % 16, expected = 0;
-        for (std::size_t i = 0; i < markers.size(); ++i)
-            if ((wanted >> i & 1u) && text.find(markers[i]) != std::string::npos) expected |= 1u << i;
-        ASSERT_EQ(set.scan(text, wanted), expected) << text << " wanted " << wanted;
+    for (const Case& c : cases) {
+        ByteSearch::MarkerSet set(c.markers.data(), c.markers.size());
+        for (int round = 0; round < 2000; ++round) {
+            std::string text(random() % c.longest, 'x');
+            for (auto& ch : text)
+                ch = c.alphabet[random() % c.alphabet.size()];
+            for (const auto& m : c.markers)
+                if (random() % 4 == 0 && text.size() > m.size())
+                    text.replace(random() % (text.size() - m.size()), m.size(), m);
+            const std::uint32_t wanted = random() % (1u << c.markers.size());
+            std::uint32_t expected = 0;
+            for (std::size_t i = 0; i < c.markers.size(); ++i)
+                if ((wanted >> i & 1u) && text.find(c.markers[i]) != std::string::npos) expected |= 1u << i;
+            ASSERT_EQ(set.scan(text, wanted), expected) << text << " wanted " << wanted;
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // The output scanner: printable output and bells across escape traffic and chunk splits.
 #include "OstrelCore/TerminalOutputScanner.h"
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -72,7 +73,7 @@ TEST(TerminalOutputScanner, EmptyInputLeavesStateAlone) {
     EXPECT_EQ(scanner.state, State::csi);
 }
 
-// The word-at-a-time skip must find ESC and BEL at every offset within and across words.
+// The block skip must find ESC and BEL at every offset within and across words.
 TEST(TerminalOutputScanner, FindsEscapeAndBellAtEveryOffsetOfPlainRuns) {
     for (std::size_t offset = 0; offset < 40; ++offset) {
         std::string text(offset, 'x');
@@ -84,6 +85,31 @@ TEST(TerminalOutputScanner, FindsEscapeAndBellAtEveryOffsetOfPlainRuns) {
         TerminalOutputScanner strings{State::string};
         strings.scan(text + "\a" + text);
         EXPECT_EQ(strings.state, State::normal) << offset;
+    }
+}
+
+// Whole chunks take the skips and the in-line CSI path; one byte at a time takes neither. Both
+// must end in the same state with the same findings, also when sequences are cut at chunk ends.
+TEST(TerminalOutputScanner, SkipsAgreeWithByteAtATimeOnRandomEscapeTraffic) {
+    const std::string pieces[] = {"text ",        "\x1b[", "38;5;2", "m",    "\x1b]0;t", "\a",
+                                  "\x1b\\",       "\x1b",  "[",      "\x07", "\x1bP",    "\x7f",
+                                  "\xe2\x9c\xbb", "\x18",  "K",      "\r\n"};
+    std::mt19937 random(5);
+    for (int round = 0; round < 4000; ++round) {
+        std::string chunk;
+        while (chunk.size() < random() % 200)
+            chunk += pieces[random() % std::size(pieces)];
+        const auto start = static_cast<State>(random() % 5);
+        TerminalOutputScanner whole{start}, single{start};
+        const auto found = whole.scan(chunk);
+        TerminalOutputScanner::Result byByte;
+        for (char c : chunk) {
+            const auto one = single.scan(std::string_view(&c, 1));
+            byByte.printable |= one.printable;
+            byByte.bell |= one.bell;
+        }
+        ASSERT_EQ(found, byByte) << round;
+        ASSERT_EQ(whole.state, single.state) << round;
     }
 }
 
