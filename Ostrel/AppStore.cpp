@@ -56,26 +56,16 @@ void AppStore::moveFormerDataFolder(const std::string& dataFolder) {
     std::filesystem::rename(former, current, error); // a failure leaves both as they are
 }
 
-std::string AppStore::shellQuoted(std::string_view text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
-
 std::optional<std::string> AppStore::resumeCommand(const SessionController& session) {
     const auto& id = session.resumeID();
     const bool hasID = id && !id->empty();
     switch (session.kind()) {
     case SessionKind::claude:
-        return hasID ? std::optional("claude --resume " + shellQuoted(*id)) : std::nullopt;
-    case SessionKind::codex: return hasID ? std::optional("codex resume " + shellQuoted(*id)) : std::nullopt;
+        return hasID ? std::optional("claude --resume " + SessionController::shellQuoted(*id)) : std::nullopt;
+    case SessionKind::codex:
+        return hasID ? std::optional("codex resume " + SessionController::shellQuoted(*id)) : std::nullopt;
     case SessionKind::gemini:
-        return hasID ? std::optional("gemini --resume " + shellQuoted(*id)) : std::nullopt;
+        return hasID ? std::optional("gemini --resume " + SessionController::shellQuoted(*id)) : std::nullopt;
     case SessionKind::shell: return std::nullopt;
     case SessionKind::service: return session.command();
     }

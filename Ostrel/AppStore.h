@@ -103,7 +103,6 @@ public:
 
     // "claude --resume 'ID'" and the like from the session's resume id; a service's own command.
     static std::optional<std::string> resumeCommand(const SessionController& session);
-    static std::string shellQuoted(std::string_view text);
 
     // Loads the state file. Nothing runs yet: launch() starts the rest.
     AppStore(std::string stateURL, Settings& settings, Options options = {});

@@ -48,17 +48,6 @@ constexpr const char* portPatterns[] = {R"(localhost:([0-9]{2,5}))", R"(127\.0\.
 constexpr int lowestServerPort = 1024;
 constexpr int highestPort = 65535;
 
-std::string shellQuoted(std::string_view text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
-
 std::string_view nameOf(std::string_view entry) {
     const auto equals = entry.find('=');
     return equals == std::string_view::npos ? std::string_view{} : entry.substr(0, equals);
@@ -280,6 +269,17 @@ SessionController::Launch SessionController::composeLaunch(SessionKind kind,
     if (kind == SessionKind::claude) env.emplace_back("CLAUDE_CODE_HIDE_SETTINGS_HINT=1");
     launch.environment = std::move(env);
     return launch;
+}
+
+std::string SessionController::shellQuoted(std::string_view text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else
+            quoted += c;
+    }
+    return quoted + "'";
 }
 
 std::optional<std::string> SessionController::resumeIdentifier(std::string_view command) {

@@ -119,6 +119,8 @@ public:
     // command, with the login environment as LoginEnv has it now.
     static Launch composeLaunch(SessionKind kind, const std::optional<std::string>& command,
                                 const std::string& shell, const std::string& home);
+    // One word for the shell, whatever it holds: in single quotes, each "'" as '\''.
+    static std::string shellQuoted(std::string_view text);
     // The session id a resume command names: the word after "--resume", or after "resume" when
     // that is the first or second word; shell quoting is undone.
     static std::optional<std::string> resumeIdentifier(std::string_view command);

@@ -36,7 +36,9 @@ command (a service has none; a shell takes none). --start applies to the --proje
 
 SIGINT, SIGTERM and SIGHUP quit as the application does: the state is saved while the sessions are
 alive, so that they come back at the next launch in the same panes, then every session is ended.
-Files: $XDG_DATA_HOME/Ostrel/state.json, settings in $XDG_CONFIG_HOME/Ostrel/settings.json.
+Files: $XDG_DATA_HOME/Ostrel/state.json, settings in $XDG_CONFIG_HOME/Ostrel/settings.json,
+where "restore.enabled": false starts without the sessions of the last quit and
+"telemetry.enabled": false stops the usage events kept in $XDG_DATA_HOME/Ostrel (never sent).
 
 Exit codes: 0 after a quit, 2 for a command line that can't be used.)";
 

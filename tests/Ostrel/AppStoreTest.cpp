@@ -197,6 +197,36 @@ TEST_F(AppStoreTest, QuitSavesAliveSessionsAndTheNextLaunchPutsThemBackInTheirPa
     store->shutdown();
 }
 
+// Slots were counted among occupied panes and are used among all panes: with empty panes before
+// the occupied ones a session comes back in an earlier pane. A slot past the last pane gives none,
+// and the records of a project that is gone are dropped.
+TEST_F(AppStoreTest, RestoreUsesSlotsAmongAllPanesAndDropsRecordsOfRemovedProjects) {
+    const std::string project = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+                      removed = "0A1B2C3D-4E5F-4061-8071-2A3B4C5D6E7F";
+    const auto leaf = [](const char* id) { return std::string(R"({"leaf":{"id":")") + id + R"("}})"; };
+    const auto record = [](int slot) {
+        return R"({"kind":"service","title":"s)" + std::to_string(slot) +
+               R"(","command":"exec sleep 30","fontSize":11,"visibleSlot":)" + std::to_string(slot) + "}";
+    };
+    const std::string text =
+        R"({"projects":[{"id":")" + project + R"(","name":"web","path":")" + folder("web") +
+        R"(","colorIndex":0}],"layouts":[")" + project +
+        R"(",{"split":{"id":"11111111-1111-4111-8111-111111111111","axis":"horizontal","children":[)" +
+        leaf("22222222-2222-4222-8222-222222222222") + "," + leaf("33333333-3333-4333-8333-333333333333") +
+        R"(],"fractions":[0.5,0.5]}}],"restorable":[")" + project + R"(",[)" + record(1) + "," + record(5) +
+        R"(],")" + removed + R"(",[)" + record(0) + "]]}";
+    Paths::ensureFolder(Paths::dataFolder());
+    ASSERT_TRUE(Paths::writeFileAtomically(statePath, text));
+    auto store = makeStore();
+    store->launch();
+    ASSERT_EQ(store->sessions().size(), 2u);
+    const auto& tree = store->layouts().at(*UUID::parse(project));
+    EXPECT_EQ(tree.sessionIDs(), std::vector<UUID>{store->sessions()[0]->id()});
+    EXPECT_EQ(tree.session(tree.leafIDs()[1]), store->sessions()[0]->id());
+    EXPECT_EQ(store->sessions()[1]->userTitle(), "s5"); // alive, without a pane
+    store->shutdown();
+}
+
 TEST_F(AppStoreTest, RestoreTurnedOffDropsTheRecordsAtTheNextSave) {
     {
         auto store = makeStore();
@@ -236,8 +266,9 @@ TEST_F(AppStoreTest, ResumeCommandsQuoteTheSessionIdForTheShell) {
         EXPECT_EQ(AppStore::resumeCommand(*session), c.expected) << c.command;
     }
     // The quoted form reads back as the same id.
-    EXPECT_EQ(SessionController::resumeIdentifier("claude --resume " + AppStore::shellQuoted("a'b c'd")),
-              "a'b c'd");
+    EXPECT_EQ(
+        SessionController::resumeIdentifier("claude --resume " + SessionController::shellQuoted("a'b c'd")),
+        "a'b c'd");
 }
 
 TEST_F(AppStoreTest, SessionsArePlacedSplitDroppedAndLaidOutByTemplate) {
