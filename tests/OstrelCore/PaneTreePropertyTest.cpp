@@ -5,6 +5,7 @@
 #include "OstrelCore/PanePlacement.h"
 #include "OstrelCore/PaneTestSupport.h"
 
+#include <algorithm>
 #include <random>
 #include <unordered_set>
 
@@ -16,6 +17,7 @@ using OstrelCore::PaneDropZone;
 using OstrelCore::PaneLayout;
 using OstrelCore::PanePlacement;
 using OstrelCore::PaneRect;
+using OstrelCore::PaneSize;
 
 namespace {
 
@@ -73,6 +75,7 @@ void runRandomOperations(unsigned seed, int steps) {
         return std::uniform_real_distribution<double>(low, high)(random);
     };
     PaneNode tree = PaneNode::emptyLeaf();
+    std::optional<UUID> focused; // as the store remembers it: may name a leaf that is gone
     std::vector<UUID> splits;
     for (int step = 0; step < steps; ++step) {
         SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));
@@ -83,7 +86,7 @@ void runRandomOperations(unsigned seed, int steps) {
         // Grow while small and shrink while large, so that a run visits many sizes.
         const bool grow = leaves.size() < 3 || (leaves.size() < 30 && uniform(0, 2) > 0);
         const PaneNode before = tree;
-        switch (uniform(0, 7)) {
+        switch (uniform(0, 9)) {
         case 0:
             if (!grow) break;
             tree = tree.splitting(leaf, axis);
@@ -122,6 +125,38 @@ void runRandomOperations(unsigned seed, int steps) {
             }
             break;
         }
+        case 8: {
+            // A new or selected session, as the store places it: maybe from a pending pane, with
+            // splitting only while the tree may grow, in a window of some size.
+            const std::optional<UUID> pending = uniform(0, 3) == 0 ? std::optional(leaf) : std::nullopt;
+            const PaneSize area{real(0, 3000), real(0, 1800)};
+            const auto placed = PanePlacement::placeSession(tree, session, pending, focused, grow, area);
+            const auto had = before.leaf(session);
+            tree = placed.tree;
+            focused = placed.leaf;
+            ASSERT_TRUE(tree.containsLeaf(placed.leaf));
+            ASSERT_EQ(tree.session(placed.leaf), session);
+            if (had) {
+                ASSERT_EQ(placed.leaf, *had); // a placed session never moves
+            }
+            ASSERT_GE(tree.leafIDs().size(), leaves.size());
+            break;
+        }
+        case 9: {
+            // The tree as a template for its own sessions and one more.
+            auto sessions = before.sessionIDs();
+            sessions.push_back(sid(13));
+            const auto applied = PanePlacement::applyTemplate(before.cleaned(), sessions);
+            tree = applied.tree;
+            focused = applied.leaf;
+            const auto placed = tree.sessionIDs();
+            ASSERT_EQ(tree.leafIDs().size(), leaves.size());
+            ASSERT_EQ(placed.size(), std::min(leaves.size(), sessions.size()));
+            ASSERT_TRUE(std::equal(placed.begin(), placed.end(), sessions.begin()));
+            ASSERT_EQ(focused, tree.leafIDs().front());
+            tree = tree.removingSession(sid(13));
+            break;
+        }
         case 7:
             ASSERT_EQ(tree.splitting(UUID::random(), axis), tree);
             ASSERT_EQ(tree.removingLeaf(UUID::random()), tree);
@@ -135,7 +170,9 @@ void runRandomOperations(unsigned seed, int steps) {
         checkStructure(tree, ids, sessions, splits);
         ASSERT_LE(tree.depth(), PaneNode::maxDepth);
         checkLayout(tree, {real(-50, 50), real(-50, 50), real(0, 2500), real(0, 1500)});
-        if (testing::Test::HasFatalFailure()) return; // the first broken step tells the story
+        const auto focus = PanePlacement::focusedLeaf(tree, focused);
+        ASSERT_TRUE(focus && tree.containsLeaf(*focus)); // a tree always has a leaf to focus
+        if (testing::Test::HasFatalFailure()) return;    // the first broken step tells the story
     }
 }
 
