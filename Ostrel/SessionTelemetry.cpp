@@ -5,17 +5,18 @@
 #include "OstrelCore/ClaudeTranscript.h"
 #include "OstrelCore/CodexTranscript.h"
 #include "OstrelCore/GeminiTranscript.h"
+#include "OstrelCore/ResumeCommand.h"
 #include "OstrelCore/Text.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <atomic>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <mutex>
 #include <span>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <unordered_map>
 #include <unordered_set>
 
 #include <fmt/format.h>
@@ -26,11 +27,17 @@ using namespace OstrelCore;
 
 namespace {
 
-// Every transcript some session holds, bound or abandoned, in the whole process.
+// Every transcript some session holds, bound or abandoned, in the whole process, with the session
+// that holds it.
 struct Claims {
     std::mutex lock;
-    std::unordered_set<std::string> paths;
+    std::unordered_map<std::string, std::uint64_t> paths;
 };
+
+std::uint64_t newClaimant() {
+    static std::atomic<std::uint64_t> next{1};
+    return next.fetch_add(1, std::memory_order_relaxed);
+}
 
 Claims& claims() {
     static Claims shared;
@@ -40,36 +47,6 @@ Claims& claims() {
 Timestamp timestamp(const struct statx_timestamp& time) {
     return Timestamp(std::chrono::duration_cast<Timestamp::duration>(std::chrono::seconds(time.tv_sec) +
                                                                      std::chrono::nanoseconds(time.tv_nsec)));
-}
-
-class Descriptor {
-public:
-    explicit Descriptor(const std::string& path)
-        : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-// Reads up to `bytes` from `offset` on, stopping early at the end of the file.
-std::optional<std::string> readAt(int fd, std::uint64_t offset, std::size_t bytes) {
-    std::string out(bytes, '\0');
-    std::size_t filled = 0;
-    while (filled < bytes) {
-        ssize_t n = ::pread(fd, out.data() + filled, bytes - filled, static_cast<off_t>(offset + filled));
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return std::nullopt;
-        if (n == 0) break;
-        filled += static_cast<std::size_t>(n);
-    }
-    out.resize(filled);
-    return out;
 }
 
 bool isJsonl(std::string_view name) {
@@ -260,18 +237,13 @@ std::vector<std::string> SystemFileSystem::folders(const std::string& folder) co
 }
 
 std::optional<std::string> SystemFileSystem::readHead(const std::string& path, std::size_t bytes) const {
-    Descriptor file(path);
-    if (file.fd() < 0) return std::nullopt;
-    return readAt(file.fd(), 0, bytes);
+    return Paths::readHead(path, bytes);
 }
 
 std::optional<std::string> SystemFileSystem::readTail(const std::string& path, std::size_t bytes) const {
-    Descriptor file(path);
-    struct stat status {};
-    if (file.fd() < 0 || ::fstat(file.fd(), &status) != 0) return std::nullopt;
-    auto size = static_cast<std::uint64_t>(status.st_size);
-    std::uint64_t offset = size > bytes ? size - bytes : 0;
-    return readAt(file.fd(), offset, static_cast<std::size_t>(std::min<std::uint64_t>(size, bytes)));
+    std::optional<Paths::Tail> tail = Paths::readTail(path, bytes);
+    if (!tail) return std::nullopt;
+    return std::move(tail->bytes);
 }
 
 TelemetryEnvironment TelemetryEnvironment::system() {
@@ -290,6 +262,7 @@ SessionTelemetry::SessionTelemetry(SessionKind kind, std::string projectPath, Ti
     , projectPath_(withoutTrailingSlashes(std::move(projectPath)))
     , startedAt_(startedAt)
     , resumeID_(std::move(resumeID))
+    , claimant_(newClaimant())
     , environment_(std::move(environment)) {
     environment_.home = withoutTrailingSlashes(std::move(environment_.home));
     if (environment_.home == "/") environment_.home.clear();
@@ -419,8 +392,8 @@ bool SessionTelemetry::bindByResumeID() {
         std::lock_guard guard(claims().lock);
         for (const ListedFile& file : listCandidates()) {
             if (claims().paths.contains(file.path) || !namesResumedSession(file)) continue;
-            claims().paths.insert(file.path);
-            boundURL_ = file.path;
+            claims().paths.emplace(file.path, claimant_);
+            rebind(file.path);
             return true;
         }
     }
@@ -430,8 +403,8 @@ bool SessionTelemetry::bindByResumeID() {
     std::optional<std::string> older = olderResumedCodexFile();
     if (!older) return false;
     std::lock_guard guard(claims().lock);
-    if (!claims().paths.insert(*older).second) return false;
-    boundURL_ = std::move(older);
+    if (!claims().paths.emplace(*older, claimant_).second) return false;
+    rebind(std::move(older));
     return true;
 }
 
@@ -449,8 +422,8 @@ bool SessionTelemetry::bind() {
     std::stable_sort(files.begin(), files.end(), byCreation);
     for (const ListedFile& file : files) {
         if (!ownsFile(file.path)) continue;
-        claims().paths.insert(file.path);
-        boundURL_ = file.path;
+        claims().paths.emplace(file.path, claimant_);
+        rebind(file.path);
         return true;
     }
     return false;
@@ -463,13 +436,13 @@ void SessionTelemetry::reclaimAbandoned() {
     // The agent went on writing the old file: the move was wrong. The old file is still claimed.
     if (boundURL_) {
         std::lock_guard guard(claims().lock);
-        claims().paths.erase(*boundURL_);
+        if (auto claim = claims().paths.find(*boundURL_);
+            claim != claims().paths.end() && claim->second == claimant_)
+            claims().paths.erase(claim);
     }
-    boundURL_ = std::move(abandonedURL_);
+    rebind(std::move(abandonedURL_));
     abandonedURL_.reset();
     abandonedMtime_.reset();
-    lastModified_.reset();
-    lastSize_ = 0;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -512,15 +485,13 @@ bool SessionTelemetry::checkSuccessor(Timestamp boundMtime) {
     {
         std::lock_guard guard(claims().lock);
         // Another session may have taken it since the search.
-        if (!claims().paths.insert(*successor).second) return false;
+        if (!claims().paths.emplace(*successor, claimant_).second) return false;
     }
     // A further move leaves the claim of the file abandoned before this one in place: no other
     // session must read what this one wrote.
     abandonedURL_ = std::move(boundURL_);
     abandonedMtime_ = boundMtime;
-    boundURL_ = std::move(successor);
-    lastModified_.reset();
-    lastSize_ = 0;
+    rebind(std::move(successor));
     return true;
 }
 
@@ -530,7 +501,8 @@ std::optional<std::string> SessionTelemetry::findSuccessor(Timestamp boundMtime)
     std::unordered_set<std::string> claimed;
     {
         std::lock_guard guard(claims().lock);
-        claimed = claims().paths;
+        for (const auto& claim : claims().paths)
+            claimed.insert(claim.first);
     }
     const Timestamp now = fileSystem().now();
     std::vector<ListedFile> files = listFolders(folders);
@@ -599,25 +571,52 @@ std::optional<TranscriptReading> SessionTelemetry::poll() {
     }
     lastSize_ = seen->size;
     lastModified_ = seen->modified;
+    if (!boundSessionID_) boundSessionID_ = sessionIDOf(*boundURL_);
     return read(*boundURL_);
+}
+
+TelemetryPoll SessionTelemetry::pollCopy(SessionTelemetry copy) {
+    std::optional<TranscriptReading> reading = copy.poll();
+    return {std::move(copy), std::move(reading)};
+}
+
+void SessionTelemetry::rebind(std::optional<std::string> path) {
+    boundURL_ = std::move(path);
+    boundSessionID_.reset();
+    lastModified_.reset();
+    lastSize_ = 0;
+}
+
+std::optional<std::string> SessionTelemetry::sessionIDOf(const std::string& path) const {
+    std::string_view name = std::string_view(path).substr(path.rfind('/') + 1);
+    std::optional<std::string> head;
+    // Only Gemini keeps the id inside the file; its header record comes first.
+    if (kind_ == SessionKind::gemini) {
+        head = fileSystem().readHead(path, ResumeCommand::sessionIDHeadBytes);
+        if (!head) return std::nullopt;
+    }
+    return ResumeCommand::transcriptSessionID(kind_, name, head.value_or(std::string()));
 }
 
 void SessionTelemetry::release() {
     {
         std::lock_guard guard(claims().lock);
-        if (boundURL_) claims().paths.erase(*boundURL_);
-        if (abandonedURL_) claims().paths.erase(*abandonedURL_);
+        std::erase_if(claims().paths, [&](const auto& claim) { return claim.second == claimant_; });
     }
-    boundURL_.reset();
+    rebind(std::nullopt);
     abandonedURL_.reset();
     abandonedMtime_.reset();
-    lastModified_.reset();
-    lastSize_ = 0;
 }
 
 bool SessionTelemetry::isClaimed(const std::string& path) {
     std::lock_guard guard(claims().lock);
     return claims().paths.contains(path);
+}
+
+bool SessionTelemetry::holds(const std::string& path) const {
+    std::lock_guard guard(claims().lock);
+    auto claim = claims().paths.find(path);
+    return claim != claims().paths.end() && claim->second == claimant_;
 }
 
 void SessionTelemetry::resetClaimsForTesting() {

@@ -93,9 +93,30 @@ struct TelemetryEnvironment {
     bool operator==(const TelemetryEnvironment&) const = default;
 };
 
-// A plain value owned by the session's controller. `poll` runs on a copy off the main thread and
-// the updated copy replaces the controller's; the only shared state is the process-wide set of
-// claimed transcript paths, which keeps two sessions from reading the same file.
+struct TelemetryPoll;
+
+// A plain value owned by the session's controller. The only shared state is the process-wide set
+// of claimed transcript paths, which keeps two sessions from reading the same file; each claim
+// records the session that made it (copies of one session share that identity).
+//
+// Polling off the main thread. Every 4 s the controller hands a copy to the worker pool and
+// adopts the polled copy back on the main thread:
+//
+//     WorkerPool::run([copy = *telemetry_, weak] {
+//         TelemetryPoll update = SessionTelemetry::pollCopy(copy);        // pool thread
+//         asio::post(mainContext, [weak, update = std::move(update)]() mutable {
+//             auto self = weak.lock();
+//             if (!self || self->shutDown) return update.telemetry.release();
+//             self->telemetry_ = std::move(update.telemetry);             // replaces, never merges
+//             if (update.reading) self->applyReading(*update.reading);
+//             // resume id: update.telemetry's boundURL() / boundSessionID()
+//         });
+//     });
+//
+// Two rules make that safe. One poll at a time per session: a tick that finds the previous copy
+// still out skips, or two copies could each claim a file. A copy that comes back after the
+// controller released its telemetry is released too: it may have claimed a file meanwhile, and
+// releasing it frees only this session's claims, never a file another session took since.
 class SessionTelemetry {
 public:
     // Bytes read from the end of the transcript at each read.
@@ -121,9 +142,13 @@ public:
                      TelemetryEnvironment environment = TelemetryEnvironment::system());
 
     // A fresh reading when the transcript changed or the session moved on to a new one; none when
-    // nothing changed or nothing is known yet.
+    // nothing changed or nothing is known yet (the caller keeps the previous reading in force).
+    // Safe on any thread for a copy that no other thread touches.
     std::optional<OstrelCore::TranscriptReading> poll();
-    // Gives up the claims on the bound and the abandoned file, and forgets them.
+    // Polls `copy` and hands back both the polled copy and the reading.
+    static TelemetryPoll pollCopy(SessionTelemetry copy);
+    // Gives up every claim this session holds (bound, abandoned, and files abandoned before), and
+    // forgets the binding. A released value may poll again and bind afresh.
     void release();
 
     OstrelCore::SessionKind kind() const { return kind_; }
@@ -138,11 +163,17 @@ public:
     const std::optional<Timestamp>& abandonedMtime() const { return abandonedMtime_; }
     const std::optional<Timestamp>& successorScanUntil() const { return successorScanUntil_; }
     const std::optional<Timestamp>& lastDirModified() const { return lastDirModified_; }
+    // The agent's id of the session that writes the bound transcript, as the resume command names
+    // it: learnt at the first read after each (re)binding; none until then, or when the transcript
+    // names none (a Codex file whose name ends in no id, a Gemini head without "sessionId").
+    const std::optional<std::string>& boundSessionID() const { return boundSessionID_; }
 
     // The folders in which this session's transcript can appear, in the order they are listed.
     std::vector<std::string> candidateFolders() const;
 
+    // Whether some session holds the file, and whether this session does.
     static bool isClaimed(const std::string& path);
+    bool holds(const std::string& path) const;
     static void resetClaimsForTesting();
 
     bool operator==(const SessionTelemetry&) const = default;
@@ -155,6 +186,8 @@ private:
     std::optional<std::string> olderResumedCodexFile() const;
     std::vector<std::string> successorFolders() const;
     std::optional<OstrelCore::TranscriptReading> read(const std::string& path);
+    std::optional<std::string> sessionIDOf(const std::string& path) const;
+    void rebind(std::optional<std::string> path);
     const TelemetryFileSystem& fileSystem() const { return *environment_.fileSystem; }
 
     void reclaimAbandoned();
@@ -174,7 +207,15 @@ private:
     std::optional<Timestamp> abandonedMtime_;
     std::optional<Timestamp> successorScanUntil_;
     std::optional<Timestamp> lastDirModified_;
+    std::optional<std::string> boundSessionID_;
+    std::uint64_t claimant_; // shared by the copies of one session, unique among sessions
     TelemetryEnvironment environment_;
+};
+
+// What one poll brings back to the main thread.
+struct TelemetryPoll {
+    SessionTelemetry telemetry;                           // replaces the controller's value
+    std::optional<OstrelCore::TranscriptReading> reading; // none: keep the previous reading
 };
 
 } // namespace Ostrel

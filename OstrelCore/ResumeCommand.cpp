@@ -1,6 +1,8 @@
 // Resume commands built from session ids, and session ids read back from start commands.
 #include "OstrelCore/ResumeCommand.h"
 
+#include "OstrelCore/CodexTranscript.h"
+#include "OstrelCore/GeminiTranscript.h"
 #include "OstrelCore/Text.h"
 
 #include <algorithm>
@@ -168,6 +170,28 @@ std::optional<std::string> resumeCommand(SessionKind kind, std::string_view id) 
     case SessionKind::gemini: return "gemini --resume " + shellQuoted(trimmed);
     default: return std::nullopt;
     }
+}
+
+std::optional<std::string> transcriptSessionID(SessionKind kind, std::string_view fileName,
+                                               std::string_view head) {
+    std::size_t dot = fileName.rfind('.');
+    std::string_view stem = dot == std::string_view::npos ? fileName : fileName.substr(0, dot);
+    std::optional<std::string> id;
+    switch (kind) {
+    case SessionKind::claude: id = std::string(stem); break;
+    case SessionKind::codex:
+        // A uuid is 36 characters; the date before it is the file's, not the session's.
+        if (Text::count(stem) >= 36) id = std::string(Text::suffix(stem, 36));
+        break;
+    case SessionKind::gemini:
+        id = CodexTranscript::rawStringValue(GeminiTranscript::Schema::sessionIdentifier,
+                                             head.substr(0, sessionIDHeadBytes));
+        break;
+    default: break;
+    }
+    // A name or a head is foreign data: an id that isn't text or is blank names nothing.
+    if (id && (Text::trim(*id).empty() || !Text::isValidUtf8(*id))) return std::nullopt;
+    return id;
 }
 
 std::optional<std::vector<std::string>> shellWords(std::string_view command) {

@@ -5,6 +5,7 @@
 
 #include "OstrelCore/SessionKind.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,16 @@ std::optional<std::string> resumeID(SessionKind kind, std::string_view command);
 
 // The same with the agent taken from the program's name.
 std::optional<std::string> resumeID(std::string_view command);
+
+// Bytes of a Gemini transcript's head that hold its header record with the session's id.
+inline constexpr std::size_t sessionIDHeadBytes = 4096;
+
+// The id under which the agent resumes the session that writes a transcript. Claude names the file
+// after the id ("<id>.jsonl"); Codex ends the name in it ("rollout-<date>-<36-character id>.jsonl",
+// a shorter name holds none); Gemini records it as "sessionId" in the file's head (the first
+// `sessionIDHeadBytes` bytes, passed as `head`). Absent when the transcript names none.
+std::optional<std::string> transcriptSessionID(SessionKind kind, std::string_view fileName,
+                                               std::string_view head);
 
 // The words of the first simple command of `command`, unquoted; absent on an unclosed quote.
 std::optional<std::vector<std::string>> shellWords(std::string_view command);

@@ -5,10 +5,14 @@
 
 #include "OstrelCore/GeminiTranscript.h"
 
+#include <barrier>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <set>
 #include <sys/stat.h>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -31,7 +35,9 @@ public:
     }
     std::vector<ListedFile> files(const std::string& folder, bool (*keep)(std::string_view)) const override {
         ++listings;
-        return real.files(folder, keep);
+        auto listed = real.files(folder, keep);
+        if (afterListing) afterListing(listed);
+        return listed;
     }
     std::vector<std::string> folders(const std::string& folder) const override {
         ++listings;
@@ -48,6 +54,7 @@ public:
 
     SystemFileSystem real;
     Timestamp clock;
+    std::function<void(const std::vector<ListedFile>&)> afterListing;
     mutable int attributeReads = 0, listings = 0, reads = 0;
 };
 
@@ -195,6 +202,64 @@ TEST_F(SessionTelemetryTest, ClaudeClearSuccessorBindsOnceTheOldFileIsQuietAndAW
     EXPECT_FALSE(SessionTelemetry::isClaimed(old));
 }
 
+TEST_F(SessionTelemetryTest, ReleaseFreesEveryFileTheSessionLeftBehindButNoneAnotherSessionTookSince) {
+    write(claudeFolder + "a.jsonl", {claudeAssistant(1)}, base + 1s);
+    auto first = session(SessionKind::claude, base);
+    ASSERT_TRUE(first.poll());
+    // Two clears in a row: the first file is abandoned twice over and must stay claimed.
+    std::vector<std::string> paths = {home + "/" + claudeFolder + "a.jsonl"};
+    for (int clear = 1; clear <= 2; ++clear) {
+        files->clock = base + clear * 10s + 5s;
+        paths.push_back(write(claudeFolder + std::to_string(clear) + ".jsonl",
+                              {claudeUser("<command-name>/clear</command-name>"), claudeAssistant(clear)},
+                              base + clear * 10s));
+        ASSERT_TRUE(first.poll());
+        ASSERT_EQ(first.boundURL(), paths.back());
+    }
+    for (const std::string& path : paths)
+        EXPECT_TRUE(first.holds(path)) << path;
+
+    // A copy out on the pool when the session ends comes back after another took the file.
+    SessionTelemetry late = first;
+    first.release();
+    auto second = session(SessionKind::claude, base);
+    files->clock = base + 120s;
+    ASSERT_TRUE(second.poll());
+    late.release();
+    EXPECT_TRUE(second.holds(*second.boundURL()));
+    for (const std::string& path : paths)
+        EXPECT_EQ(SessionTelemetry::isClaimed(path), path == second.boundURL()) << path;
+}
+
+TEST_F(SessionTelemetryTest, SessionsPolledTogetherOnManyThreadsNeverShareAFile) {
+    constexpr int count = 8;
+    auto real = std::make_shared<SystemFileSystem>(SystemFileSystem::CreationDate::modificationTime);
+    const Timestamp now = std::chrono::system_clock::now();
+    for (int i = 0; i < count; ++i)
+        write(claudeFolder + std::to_string(i) + ".jsonl", {claudeAssistant(i + 1)}, now);
+    for (int round = 0; round < 20; ++round) {
+        SessionTelemetry::resetClaimsForTesting();
+        std::vector<TelemetryPoll> results(count, TelemetryPoll{session(SessionKind::claude, now), {}});
+        std::barrier start(count);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < count; ++i)
+            threads.emplace_back([&, i] {
+                SessionTelemetry copy(SessionKind::claude, project, now, std::nullopt, {real, home, zone});
+                start.arrive_and_wait();
+                results[i] = SessionTelemetry::pollCopy(copy);
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        std::set<std::string> bound;
+        for (const TelemetryPoll& result : results) {
+            ASSERT_TRUE(result.telemetry.boundURL() && result.reading);
+            EXPECT_TRUE(result.telemetry.holds(*result.telemetry.boundURL()));
+            bound.insert(*result.telemetry.boundURL());
+        }
+        EXPECT_EQ(bound.size(), std::size_t(count)) << "round " << round;
+    }
+}
+
 TEST_F(SessionTelemetryTest, ClaudeSuccessorIsNoOlderThanTheOldFilesLastWriteLessTwoSecondsNorThanAMinute) {
     // The old file was last written at base + 10 s.
     struct Case {
@@ -261,6 +326,7 @@ TEST_F(SessionTelemetryTest, ResumedSessionBindsTheOlderFileNamedByItsID) {
         auto reading = telemetry.poll();
         EXPECT_EQ(telemetry.boundURL(), resumed) << rawValue(c.kind);
         EXPECT_TRUE(reading && reading->contextUsed == 1) << rawValue(c.kind);
+        EXPECT_EQ(telemetry.boundSessionID(), id) << rawValue(c.kind);
     }
     // A name that shares the first eight characters isn't enough: the head must hold the whole id.
     SessionTelemetry::resetClaimsForTesting();
@@ -321,6 +387,88 @@ TEST_F(SessionTelemetryTest, TailWindowStartingInsideACharacterGivesNothingUntil
     ASSERT_TRUE(reading);
     EXPECT_EQ(reading->contextUsed, 43);
     EXPECT_EQ(reading->sessionTitle, std::nullopt); // the person's words lie before the window
+}
+
+TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedLineIsReadNext) {
+    const std::string relative = claudeFolder + "s.jsonl";
+    std::string path =
+        write(relative,
+              {claudeUser("fix it"), claudeAssistant(100), R"({"type":"assistant","message":{)",
+               "not json at all", R"({"type":"user","message":[1,2,)", "{}", "[]", ""},
+              base + 1s);
+    std::ofstream(path, std::ios::app) << R"({"type":"assistant","message":{"usage":{"input_tok)";
+    place(path, base + 2s);
+    auto telemetry = session(SessionKind::claude, base);
+    auto reading = telemetry.poll();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->contextUsed, 100);
+    EXPECT_EQ(reading->sessionTitle, "fix it");
+
+    std::ofstream(path, std::ios::app) << R"(ens":250}}})" << '\n';
+    place(path, base + 3s);
+    reading = telemetry.poll();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->contextUsed, 250);
+
+    // A byte that isn't UTF-8 inside the window spoils the whole read, until it scrolls out.
+    std::ofstream(path, std::ios::app) << "\xff\xfe\x00garbage\n";
+    place(path, base + 4s);
+    EXPECT_EQ(telemetry.poll(), std::nullopt);
+    std::string filler = R"({"type":"progress","data":")" + std::string(1000, 'z') + "\"}";
+    std::ofstream out(path, std::ios::app);
+    for (std::size_t written = 0; written <= SessionTelemetry::tailBytes; written += filler.size() + 1)
+        out << filler << '\n';
+    out << claudeAssistant(300) << '\n';
+    out.close();
+    place(path, base + 5s);
+    reading = telemetry.poll();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->contextUsed, 300);
+}
+
+TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOwnFileIs) {
+    const std::string day = ".codex/sessions/2026/03/10/";
+    struct Case {
+        std::string name;
+        std::string head; // written before the file's lines; empty: the file vanishes after listing
+    } cases[] = {
+        {"undecodable head", std::string("\x00\xff\x01\n", 4) + codexMeta(project) + "\n"},
+        {"one endless line", "{\"cwd\":\"/work/other\"," + std::string(300000, 'x') + "\n"},
+        {"cwd of another project", codexMeta("/work/app/sub") + "\n"},
+        {"vanishing", ""},
+    };
+    for (const Case& c : cases) {
+        SessionTelemetry::resetClaimsForTesting();
+        std::filesystem::remove_all(home + "/.codex");
+        std::string first = write(day + "rollout-a.jsonl", {}, base + 1s);
+        std::ofstream(first, std::ios::binary)
+            << (c.head.empty() ? codexMeta(project) + "\n" : c.head) << codexTokens(1) << '\n';
+        place(first, base + 1s);
+        std::string own = write(day + "rollout-b.jsonl", {codexMeta(project), codexTokens(2)}, base + 2s);
+        files->afterListing = [&](const std::vector<ListedFile>&) {
+            if (c.head.empty()) std::filesystem::remove(first);
+        };
+        auto telemetry = session(SessionKind::codex, base);
+        auto reading = telemetry.poll();
+        files->afterListing = nullptr;
+        EXPECT_EQ(telemetry.boundURL(), own) << c.name;
+        EXPECT_TRUE(reading && reading->contextUsed == 2) << c.name;
+    }
+}
+
+TEST_F(SessionTelemetryTest, ABoundFileThatVanishesGivesNothingUntilItIsWrittenAgain) {
+    std::string path = write(claudeFolder + "s.jsonl", {claudeAssistant(100)}, base + 1s);
+    auto telemetry = session(SessionKind::claude, base);
+    ASSERT_TRUE(telemetry.poll());
+    std::filesystem::remove(path);
+    EXPECT_EQ(telemetry.poll(), std::nullopt);
+    EXPECT_EQ(telemetry.boundURL(), path);
+    // Rewritten whole through a temporary file and a rename, as some agents do.
+    std::string temporary = write(claudeFolder + "s.jsonl.tmp", {claudeAssistant(200)}, base + 3s);
+    std::filesystem::rename(temporary, path);
+    auto reading = telemetry.poll();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->contextUsed, 200);
 }
 
 TEST_F(SessionTelemetryTest, CandidateFoldersFollowEachAgentsLayout) {

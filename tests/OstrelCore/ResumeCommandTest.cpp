@@ -65,5 +65,28 @@ TEST(ResumeCommand, QuotesTheTrimmedIdAndRefusesBlankIdsAndNonAgents) {
     EXPECT_EQ(ResumeCommand::resumeCommand(SessionKind::service, "abc"), std::nullopt);
 }
 
+TEST(ResumeCommand, TranscriptsNameTheirSessionByFileNameOrHead) {
+    const std::string id = "0199a3c4-5e6f-7a8b-9c0d-1e2f3a4b5c6d";
+    struct Case {
+        SessionKind kind;
+        std::string name, head;
+        std::optional<std::string> id;
+    } cases[] = {
+        {SessionKind::claude, id + ".jsonl", "", id},
+        {SessionKind::codex, "rollout-2026-03-10T09-00-00-" + id + ".jsonl", "", id},
+        {SessionKind::codex, "rollout-short.jsonl", "", std::nullopt},
+        {SessionKind::gemini, "session-2026-03-10T09-00-0199a3c4.jsonl",
+         R"({"sessionId":")" + id + R"(","projectHash":"h"})", id},
+        {SessionKind::gemini, "session-x.jsonl", R"({"sessionId":"   "})", std::nullopt},
+        {SessionKind::gemini, "session-x.jsonl", R"({"sessionId":)", std::nullopt},
+        {SessionKind::gemini, "session-x.jsonl", std::string(5000, ' ') + R"({"sessionId":"late"})",
+         std::nullopt}, // beyond the head
+        {SessionKind::claude, "\xff\xfe.jsonl", "", std::nullopt},
+        {SessionKind::shell, id + ".jsonl", "", std::nullopt},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(ResumeCommand::transcriptSessionID(c.kind, c.name, c.head), c.id) << c.name;
+}
+
 } // namespace
 } // namespace OstrelCore
