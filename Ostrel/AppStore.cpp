@@ -7,6 +7,7 @@
 #include "Ostrel/Paths.h"
 #include "Ostrel/WorkerPool.h"
 #include "OstrelCore/PanePlacement.h"
+#include "OstrelCore/ResumeCommand.h"
 #include "OstrelCore/Text.h"
 #include "TerminalEngine/Pty/DispatchQueue.h"
 
@@ -57,15 +58,13 @@ void AppStore::moveFormerDataFolder(const std::string& dataFolder) {
 }
 
 std::optional<std::string> AppStore::resumeCommand(const SessionController& session) {
-    const auto& id = session.resumeID();
-    const bool hasID = id && !id->empty();
     switch (session.kind()) {
     case SessionKind::claude:
-        return hasID ? std::optional("claude --resume " + SessionController::shellQuoted(*id)) : std::nullopt;
     case SessionKind::codex:
-        return hasID ? std::optional("codex resume " + SessionController::shellQuoted(*id)) : std::nullopt;
     case SessionKind::gemini:
-        return hasID ? std::optional("gemini --resume " + SessionController::shellQuoted(*id)) : std::nullopt;
+        return session.resumeID()
+                   ? OstrelCore::ResumeCommand::resumeCommand(session.kind(), *session.resumeID())
+                   : std::nullopt;
     case SessionKind::shell: return std::nullopt;
     case SessionKind::service: return session.command();
     }

@@ -13,6 +13,7 @@
 #include "OstrelCore/CodexTranscript.h"
 #include "OstrelCore/ContextWindowBudget.h"
 #include "OstrelCore/JSONRead.h"
+#include "OstrelCore/ResumeCommand.h"
 #include "OstrelCore/TabTitle.h"
 #include "OstrelCore/Text.h"
 #include "TerminalEngine/Pty/DispatchQueue.h"
@@ -31,6 +32,7 @@ namespace {
 
 namespace Text = OstrelCore::Text;
 namespace JSONRead = OstrelCore::JSONRead;
+namespace ResumeCommand = OstrelCore::ResumeCommand;
 using OstrelCore::AgentPhase;
 using Json = nlohmann::json;
 
@@ -38,8 +40,6 @@ using Json = nlohmann::json;
 // after this long; a permission mode read this soon after a switch is the old one.
 constexpr double modelSwitchSettling = 120.0;
 constexpr double permissionSwitchSettling = 10.0;
-constexpr std::size_t codexSessionIDLength = 36;
-constexpr std::size_t geminiHeadBytes = 4096;
 
 // Tried in this order; the first port of 1024 or more wins. Lower ports are the system's, not a
 // development server's.
@@ -156,45 +156,6 @@ std::string abbreviatingHome(std::string path, const std::string& home) {
     return path;
 }
 
-// Splits a command line into words the way a shell would for plain words: blanks separate,
-// single quotes keep everything, double quotes keep all but backslash escapes, a backslash
-// outside quotes keeps the next character.
-std::vector<std::string> shellWords(std::string_view command) {
-    std::vector<std::string> words;
-    std::string word;
-    bool inWord = false;
-    for (std::size_t i = 0; i < command.size(); ++i) {
-        const char c = command[i];
-        if (c == ' ' || c == '\t' || c == '\n') {
-            if (inWord) words.push_back(std::move(word));
-            word.clear();
-            inWord = false;
-        } else if (c == '\'') {
-            inWord = true;
-            const auto close = command.find('\'', i + 1);
-            word += command.substr(i + 1,
-                                   close == std::string_view::npos ? std::string_view::npos : close - i - 1);
-            i = close == std::string_view::npos ? command.size() : close;
-        } else if (c == '"') {
-            inWord = true;
-            for (++i; i < command.size() && command[i] != '"'; ++i) {
-                if (command[i] == '\\' && i + 1 < command.size() &&
-                    std::string_view("\"\\$`").find(command[i + 1]) != std::string_view::npos)
-                    ++i;
-                word += command[i];
-            }
-        } else if (c == '\\' && i + 1 < command.size()) {
-            inWord = true;
-            word += command[++i];
-        } else {
-            inWord = true;
-            word += c;
-        }
-    }
-    if (inWord) words.push_back(std::move(word));
-    return words;
-}
-
 } // namespace
 
 // MARK: Creation and process start
@@ -249,7 +210,7 @@ SessionController::Launch SessionController::composeLaunch(SessionKind kind,
         else if (auto fallback = OstrelCore::defaultCommand(kind))
             cmd = std::string(*fallback);
         else
-            cmd = "exec " + shellQuoted(shell) + " -l";
+            cmd = "exec " + ResumeCommand::shellQuoted(shell) + " -l";
         if (kind == SessionKind::claude && (!command || Text::startsWith(*command, "claude")) &&
             claudeHasStatusLine(home))
             cmd += quietStatusLine;
@@ -271,31 +232,9 @@ SessionController::Launch SessionController::composeLaunch(SessionKind kind,
     return launch;
 }
 
-std::string SessionController::shellQuoted(std::string_view text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
-
-std::optional<std::string> SessionController::resumeIdentifier(std::string_view command) {
-    const auto words = shellWords(command);
-    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-        if (words[i] == "--resume" || (words[i] == "resume" && i <= 1)) {
-            if (words[i + 1].empty()) return std::nullopt;
-            return words[i + 1];
-        }
-    }
-    return std::nullopt;
-}
-
 void SessionController::start() {
     if (OstrelCore::isAgent(kind_)) status_ = SessionStatus::ready();
-    if (command_) resumeID_ = resumeIdentifier(*command_);
+    if (command_) resumeID_ = ResumeCommand::resumeID(kind_, *command_);
 
     TerminalEngine::TerminalOptions terminalOptions;
     terminalOptions.cols = std::max(options_.columns, TerminalEngine::Terminal::MINIMUM_COLS);
@@ -642,35 +581,26 @@ void SessionController::applyReading(const OstrelCore::TranscriptReading& readin
 }
 
 void SessionController::updateResumeID(const std::string& transcriptPath) {
-    if (transcriptPath == resumeIDSourcePath_) return;
+    if (transcriptPath == resumeIDSourcePath_ || !OstrelCore::isAgent(kind_)) return;
     resumeIDSourcePath_ = transcriptPath;
-    const std::string stem = std::filesystem::path(transcriptPath).stem().string();
-    switch (kind_) {
-    case SessionKind::claude: resumeID_ = stem; return;
-    case SessionKind::codex:
-        if (Text::count(stem) < codexSessionIDLength)
-            resumeID_.reset();
-        else
-            resumeID_ = std::string(Text::suffix(stem, codexSessionIDLength));
+    const std::string fileName = std::filesystem::path(transcriptPath).filename().string();
+    if (kind_ != SessionKind::gemini) {
+        // The file's name holds the id; a Codex name too short to hold one clears it.
+        resumeID_ = ResumeCommand::transcriptSessionID(kind_, fileName, {});
         return;
-    case SessionKind::gemini: {
-        if (!TerminalEngine::DispatchQueue::hasMain()) return;
-        auto mainQueue = TerminalEngine::DispatchQueue::main();
-        WorkerPool::run([weak = weak_from_this(), mainQueue, transcriptPath] {
-            auto head = Paths::readFile(transcriptPath, 64u << 20);
-            if (!head) return; // unreadable: the id stays what it was
-            head->resize(std::min(head->size(), geminiHeadBytes));
-            auto id = OstrelCore::CodexTranscript::rawStringValue("sessionId", *head);
-            if (!id) return;
-            mainQueue.async([weak, id = std::move(*id)] {
-                if (auto self = weak.lock()) self->resumeID_ = id;
-            });
+    }
+    // Gemini records the id in the file's head, read off the main thread.
+    if (!TerminalEngine::DispatchQueue::hasMain()) return;
+    auto mainQueue = TerminalEngine::DispatchQueue::main();
+    WorkerPool::run([weak = weak_from_this(), mainQueue, transcriptPath, fileName] {
+        auto head = Paths::readHead(transcriptPath, ResumeCommand::sessionIDHeadBytes);
+        if (!head) return; // unreadable: the id stays what it was
+        auto id = ResumeCommand::transcriptSessionID(SessionKind::gemini, fileName, *head);
+        if (!id) return;
+        mainQueue.async([weak, id = std::move(*id)] {
+            if (auto self = weak.lock()) self->resumeID_ = id;
         });
-        return;
-    }
-    case SessionKind::shell:
-    case SessionKind::service: return;
-    }
+    });
 }
 
 // MARK: Typing, attention, life cycle

@@ -119,11 +119,6 @@ public:
     // command, with the login environment as LoginEnv has it now.
     static Launch composeLaunch(SessionKind kind, const std::optional<std::string>& command,
                                 const std::string& shell, const std::string& home);
-    // One word for the shell, whatever it holds: in single quotes, each "'" as '\''.
-    static std::string shellQuoted(std::string_view text);
-    // The session id a resume command names: the word after "--resume", or after "resume" when
-    // that is the first or second word; shell quoting is undone.
-    static std::optional<std::string> resumeIdentifier(std::string_view command);
 
     // Identity and what the session was started with.
     const UUID& id() const { return id_; }

@@ -388,30 +388,27 @@ TEST_F(SessionControllerTest, ReadingsUpdateFactsWithinTheirRules) {
 }
 
 TEST_F(SessionControllerTest, ResumeIdsComeFromTheCommandAndTheBoundTranscript) {
-    struct Case {
-        std::string command;
-        std::optional<std::string> id;
-    };
-    const Case cases[] = {
-        {"claude --resume 'it'\\''s'", "it's"},
-        {"codex resume abc --yolo", "abc"},
-        {"gemini --resume \"a b\"", "a b"},
-        {"npx resume x", "x"},
-        {"a b resume x", std::nullopt},
-        {"claude --resume", std::nullopt},
-        {"claude", std::nullopt},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(SessionController::resumeIdentifier(c.command), c.id) << c.command;
-
-    auto codex = start(SessionKind::codex, "exit 0");
+    // A resumed session knows its id before its transcript says anything.
+    auto codex = start(SessionKind::codex, "codex resume 'it'\\''s' --yolo; exit 0");
+    EXPECT_EQ(codex->resumeID(), "it's");
     codex->updateResumeID("/s/rollout-2026-01-02T03-04-05-0199a213-81c0-7800-8aa1-bbab2a035a53.jsonl");
     EXPECT_EQ(codex->resumeID(), "0199a213-81c0-7800-8aa1-bbab2a035a53");
     codex->updateResumeID("/s/short.jsonl");
     EXPECT_FALSE(codex->resumeID());
+    codex->shutdown();
     auto claude = start(SessionKind::claude, "exit 0");
     claude->updateResumeID("/p/5c1f.jsonl");
     EXPECT_EQ(claude->resumeID(), "5c1f");
+
+    // Gemini's id is in the file's head, read on the worker pool; an unreadable file keeps it.
+    auto gemini = start(SessionKind::gemini, "exit 0");
+    home.write("chats/session-1.json", R"({"sessionId":"g-1","messages":[)" + std::string(5000, ' ') + "]}");
+    gemini->updateResumeID(home / "chats/session-1.json");
+    ASSERT_TRUE(main.runUntil([&] { return gemini->resumeID() == "g-1"; }));
+    gemini->updateResumeID(home / "chats/missing.json");
+    main.runFor(50ms);
+    EXPECT_EQ(gemini->resumeID(), "g-1");
+    EXPECT_EQ(gemini->resumeIDSourcePath(), home / "chats/missing.json");
 }
 
 TEST_F(SessionControllerTest, ZoomStaysInRangeAndNoticesExpire) {
