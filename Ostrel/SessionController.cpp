@@ -91,16 +91,21 @@ std::optional<std::string> defaultCodexModel(std::string_view cache) {
     return std::nullopt;
 }
 
-const std::vector<pcre2_code*>& compiledPortPatterns() {
-    static const std::vector<pcre2_code*> patterns = [] {
-        std::vector<pcre2_code*> compiled;
+struct FreeCode {
+    void operator()(pcre2_code* code) const { pcre2_code_free(code); }
+};
+using CompiledPattern = std::unique_ptr<pcre2_code, FreeCode>;
+
+const std::vector<CompiledPattern>& compiledPortPatterns() {
+    static const std::vector<CompiledPattern> patterns = [] {
+        std::vector<CompiledPattern> compiled;
         for (const char* pattern : portPatterns) {
             int error = 0;
             PCRE2_SIZE offset = 0;
-            pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED, 0,
-                                             &error, &offset, nullptr);
+            CompiledPattern code(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED,
+                                               0, &error, &offset, nullptr));
             // A pattern that doesn't compile is left out rather than failing the session.
-            if (code != nullptr) compiled.push_back(code);
+            if (code) compiled.push_back(std::move(code));
         }
         return compiled;
     }();
@@ -108,7 +113,8 @@ const std::vector<pcre2_code*>& compiledPortPatterns() {
 }
 
 std::optional<int> serverPort(std::string_view text) {
-    for (pcre2_code* pattern : compiledPortPatterns()) {
+    for (const CompiledPattern& compiled : compiledPortPatterns()) {
+        pcre2_code* pattern = compiled.get();
         std::unique_ptr<pcre2_match_data, decltype(&pcre2_match_data_free)> match(
             pcre2_match_data_create_from_pattern(pattern, nullptr), pcre2_match_data_free);
         if (!match) continue;
