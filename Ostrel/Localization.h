@@ -56,6 +56,7 @@ public:
 
 // The string tables, one per area of the application (Ostrel/Strings/*.cpp).
 std::span<const LocalizedText> commonStrings();
+std::span<const LocalizedText> inspectStrings();
 std::span<const LocalizedText> notificationStrings();
 
 } // namespace Ostrel
