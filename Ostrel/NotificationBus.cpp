@@ -21,6 +21,10 @@ constexpr const char* objectPath = "/org/freedesktop/Notifications";
 constexpr const char* interface = "org.freedesktop.Notifications";
 constexpr const char* appName = "Ostrel";
 constexpr const char* sessionHint = "x-ostrel-session";
+// Every notification comes with the desktop's usual sound for a new message; servers that play
+// no sounds ignore the hint.
+constexpr const char* soundHint = "sound-name";
+constexpr const char* soundName = "message-new-instant";
 
 // Only changes of the notification service's owner: the server starting, leaving or being replaced.
 constexpr const char* ownerRule = "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
@@ -55,6 +59,7 @@ int appendNotify(sd_bus_message* call, const NotificationBus::Message& message) 
     }
     if (r >= 0) r = sd_bus_message_close_container(call);
     if (r >= 0) r = sd_bus_message_open_container(call, 'a', "{sv}");
+    if (r >= 0) r = sd_bus_message_append(call, "{sv}", soundHint, "s", soundName);
     if (r >= 0 && message.session)
         r = sd_bus_message_append(call, "{sv}", sessionHint, "s", busText(*message.session).c_str());
     if (r >= 0) r = sd_bus_message_close_container(call);
@@ -73,32 +78,43 @@ struct NotificationBusHandlers {
 };
 using Dispatch = NotificationBusHandlers;
 
-NotificationBus::NotificationBus(asio::io_context& context, Handlers handlers)
+NotificationBus::NotificationBus(asio::io_context& context, Handlers handlers, Options options)
     : context_(context)
     , handlers_(std::move(handlers))
-    , timer_(context) {
+    , options_(options)
+    , timer_(context)
+    , reconnect_(context) {
     connect();
 }
 
 NotificationBus::~NotificationBus() {
     alive_.reset();
+    reconnect_.cancel();
     disconnect(false);
 }
 
 void NotificationBus::connect() {
     sd_bus* bus = nullptr;
     // No session bus (a console login, a container) is an ordinary case: stay idle and silent.
-    if (sd_bus_open_user(&bus) < 0) return;
+    // Opening only starts the connection: the socket is non-blocking, and authentication and the
+    // bus's Hello go on as the descriptor becomes ready.
+    if (sd_bus_open_user(&bus) < 0) {
+        scheduleReconnect();
+        return;
+    }
     bus_ = bus;
     int fd = sd_bus_get_fd(bus_);
     asio::error_code error;
     if (fd >= 0) descriptor_.emplace(context_).assign(fd, error);
+    const auto timeout = std::chrono::duration_cast<std::chrono::microseconds>(options_.callTimeout);
     if (fd < 0 || error ||
+        sd_bus_set_method_call_timeout(bus_, static_cast<std::uint64_t>(timeout.count())) < 0 ||
         sd_bus_add_match_async(bus_, nullptr, ownerRule, &Dispatch::onOwnerChanged,
                                &Dispatch::onMatchInstalled, this) < 0 ||
         sd_bus_add_match_async(bus_, nullptr, serverRule, &Dispatch::onServerSignal,
                                &Dispatch::onMatchInstalled, this) < 0) {
         disconnect(false);
+        scheduleReconnect();
         return;
     }
     // The match on the owner goes out first, so a server that starts while the question is on its
@@ -121,7 +137,19 @@ void NotificationBus::disconnect(bool announce) {
     checking_ = false;
     capabilities_.reset();
     server_.clear();
-    if (announce && handlers_.serviceChanged) handlers_.serviceChanged();
+    if (announce) {
+        scheduleReconnect();
+        if (handlers_.serviceChanged) handlers_.serviceChanged();
+    }
+}
+
+void NotificationBus::scheduleReconnect() {
+    std::weak_ptr<bool> alive = alive_;
+    reconnect_.expires_after(options_.reconnectDelay);
+    reconnect_.async_wait([this, alive](const asio::error_code& error) {
+        if (alive.expired() || error == asio::error::operation_aborted || bus_ != nullptr) return;
+        connect();
+    });
 }
 
 void NotificationBus::serverLeft() {
@@ -145,6 +173,7 @@ bool NotificationBus::notify(const Message& message, std::function<void(std::opt
     if (r >= 0) r = appendNotify(call, message);
     auto pending = std::make_unique<PendingNotify>(PendingNotify{std::move(sent)});
     sd_bus_slot* slot = nullptr;
+    // A time-out of 0 means the bus's bounded call time-out, set at connect.
     if (r >= 0) r = sd_bus_call_async(bus_, &slot, call, &Dispatch::onNotifyReply, pending.get(), 0);
     sd_bus_message_unref(call);
     if (r < 0) return false;

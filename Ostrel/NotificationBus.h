@@ -1,8 +1,13 @@
 // The desktop's notification server (org.freedesktop.Notifications on the session bus), driven
 // from an io_context without ever blocking it: the connection, the server's capabilities, Notify
 // and CloseNotification, and the server's ActionInvoked and NotificationClosed signals.
+//
+// Everything runs on the thread that runs the context (the main thread): the connection's
+// descriptor is watched by the context and sd-bus is processed there, so handlers never need a
+// lock and answers need no hop between threads. No call waits for a reply.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,6 +25,16 @@ struct sd_bus;
 struct sd_bus_slot;
 
 namespace Ostrel {
+
+// How patient the bus is; a namespace-level type so that it can be a default argument.
+struct NotificationBusOptions {
+    // A server that takes longer is taken as having failed the call; a Notify in flight
+    // holds back the session's next one, so this bounds how late that one can be.
+    std::chrono::milliseconds callTimeout{5000};
+    // While there is no connection (no bus at start, or the bus went away), another attempt
+    // after this long. A failed attempt costs one connect() on a local socket.
+    std::chrono::milliseconds reconnectDelay{30000};
+};
 
 class NotificationBus {
 public:
@@ -49,6 +64,8 @@ public:
         bool operator==(const Message&) const = default;
     };
 
+    using Options = NotificationBusOptions;
+
     struct Handlers {
         // The server's capabilities were learnt, or they were lost (the server or the bus left).
         std::function<void()> serviceChanged;
@@ -58,7 +75,7 @@ public:
 
     // Connects to the session bus of DBUS_SESSION_BUS_ADDRESS (else $XDG_RUNTIME_DIR/bus) and asks
     // for the server's capabilities. Without a bus the object stays idle and every call is a no-op.
-    NotificationBus(asio::io_context& context, Handlers handlers);
+    NotificationBus(asio::io_context& context, Handlers handlers, Options options = {});
     ~NotificationBus();
     NotificationBus(const NotificationBus&) = delete;
     NotificationBus& operator=(const NotificationBus&) = delete;
@@ -82,15 +99,18 @@ private:
     void process();
     void arm();
     void serverLeft();
+    void scheduleReconnect();
 
     // The sd-bus handlers, in the source file: they need the library's own types.
     friend struct NotificationBusHandlers;
 
     asio::io_context& context_;
     Handlers handlers_;
+    Options options_;
     sd_bus* bus_ = nullptr;
     std::optional<asio::posix::stream_descriptor> descriptor_;
     asio::steady_timer timer_;
+    asio::steady_timer reconnect_;
     bool readArmed_ = false;
     bool writeArmed_ = false;
     sd_bus_slot* capabilityCall_ = nullptr; // the pending GetCapabilities, cancelled by a newer one

@@ -79,14 +79,16 @@ Notifier& Notifier::shared() {
     return *notifier;
 }
 
-Notifier::Notifier(Settings& settings, asio::io_context& context)
+Notifier::Notifier(Settings& settings, asio::io_context& context, NotificationBus::Options options)
     : settings_(settings)
     , context_(context)
-    , bus_(context, NotificationBus::Handlers{
-                        [this] { serviceChanged(); },
-                        [this](std::uint32_t id, std::string_view action) { actionInvoked(id, action); },
-                        [this](std::uint32_t id) { closed(id); },
-                    }) {}
+    , bus_(context,
+           NotificationBus::Handlers{
+               [this] { serviceChanged(); },
+               [this](std::uint32_t id, std::string_view action) { actionInvoked(id, action); },
+               [this](std::uint32_t id) { closed(id); },
+           },
+           options) {}
 
 Notifier::~Notifier() = default;
 
@@ -97,6 +99,13 @@ bool Notifier::available() const {
 
 bool Notifier::checking() const {
     return bus_.checking();
+}
+
+Attention Notifier::attention(const NotificationSubject& subject, SessionVisibility visibility) {
+    // The user is looking at the session: a notification would tell them what they see.
+    if (visibility.selected && visibility.applicationActive) return Attention::seen;
+    notify(subject);
+    return Attention::pending;
 }
 
 void Notifier::notify(const NotificationSubject& subject) {

@@ -3,8 +3,7 @@
 #pragma once
 
 #include "Ostrel/NotificationBus.h"
-#include "OstrelCore/ApprovalPolicy.h"
-#include "OstrelCore/SessionKind.h"
+#include "Ostrel/SessionNotifications.h"
 #include "OstrelCore/UUID.h"
 
 #include <chrono>
@@ -22,17 +21,6 @@ namespace Ostrel {
 
 class Settings;
 
-// What a notification about a session says, filled by the store from the session and its project.
-struct NotificationSubject {
-    OstrelCore::UUID sessionID;
-    std::string displayTitle;
-    OstrelCore::SessionStatus status;
-    std::optional<OstrelCore::ApprovalPolicy::Request> pendingRequest; // what a waiting agent asks
-    std::optional<std::string> projectName;                            // none without a project
-
-    bool operator==(const NotificationSubject&) const = default;
-};
-
 // A quota window that crossed a warning level, in plain values.
 struct QuotaAlert {
     std::string providerName; // "Claude Code", "Codex"
@@ -45,7 +33,8 @@ struct QuotaAlert {
     bool operator==(const QuotaAlert&) const = default;
 };
 
-class Notifier {
+// The one object that talks to the desktop's notification server. Main thread only.
+class Notifier final : public SessionNotifications {
 public:
     static constexpr std::string_view approveAction = "ostrel.action.approve";
     static constexpr std::string_view denyAction = "ostrel.action.deny";
@@ -54,8 +43,8 @@ public:
     static Notifier& shared();
 
     // Connects at once and learns asynchronously whether the server can show actions.
-    Notifier(Settings& settings, asio::io_context& context);
-    ~Notifier();
+    Notifier(Settings& settings, asio::io_context& context, NotificationBus::Options options = {});
+    ~Notifier() override;
     Notifier(const Notifier&) = delete;
     Notifier& operator=(const Notifier&) = delete;
 
@@ -65,22 +54,23 @@ public:
     // True while the answer that decides `available` is still on its way.
     bool checking() const;
 
+    // notify() unless the session is on screen in the active application.
+    Attention attention(const NotificationSubject& subject, SessionVisibility visibility) override;
     // The notification for the session's present status; ready and working give none. A new
     // notification of a session replaces the one before.
     void notify(const NotificationSubject& subject);
     void notifyQuota(const QuotaAlert& alert);
-    void notifyResumed(std::string_view sessionTitle);
+    void notifyResumed(std::string_view sessionTitle) override;
     // Removes the session's notification, e.g. once the user typed the answer in the terminal.
-    void clearDelivered(const OstrelCore::UUID& sessionID);
+    void clearDelivered(const OstrelCore::UUID& sessionID) override;
     // A sample for the settings view; it ignores the switches, so the user can see what one looks like.
     void test();
 
     // "1d 4h", "3h 12m", "5m": the two largest units, the second left out when it is zero.
     static std::string shortInterval(std::chrono::seconds interval);
 
-    // Run on the context's thread, after the bus's dispatch has finished.
-    std::function<void(const OstrelCore::UUID& sessionID, OstrelCore::ApprovalPolicy::Decision)> onDecision;
-    std::function<void(const OstrelCore::UUID& sessionID)> onReveal;
+    // onDecision and onReveal (from SessionNotifications) run on the context's thread, after the
+    // bus's dispatch has finished.
     // Usage events ("notification" for each session notification sent), for the store's telemetry.
     std::function<void(std::string_view event)> onUsageEvent;
 

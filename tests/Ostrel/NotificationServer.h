@@ -13,9 +13,9 @@
 #include <map>
 #include <mutex>
 #include <poll.h>
-#include <spawn.h>
 #include <string>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -23,51 +23,67 @@
 
 #include <systemd/sd-bus.h>
 
-extern char** environ;
-
 namespace OstrelTest {
 
 // A dbus-daemon with no activatable services, whose address goes into DBUS_SESSION_BUS_ADDRESS.
+// It dies with the test process even when a test crashes, and can be stopped and started again at
+// the same address.
 class PrivateBus {
 public:
     PrivateBus() {
         char pattern[] = "/tmp/ostrel-bus-XXXXXX";
         folder_ = ::mkdtemp(pattern);
-        const std::string config = folder_ + "/bus.conf";
-        std::ofstream(config)
+        std::ofstream(folder_ + "/bus.conf")
             << "<busconfig><type>session</type><listen>unix:path=" << folder_
             << "/socket</listen><auth>EXTERNAL</auth><policy context=\"default\">"
                "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
                "<allow own=\"*\"/>"
                "</policy></busconfig>";
-        int out[2];
-        if (::pipe(out) != 0) return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addclose(&actions, out[0]);
-        // Its complaints about resource limits it may not raise are noise here.
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        std::string configArgument = "--config-file=" + config;
-        char* argv[] = {const_cast<char*>("dbus-daemon"), configArgument.data(),
-                        const_cast<char*>("--print-address"), const_cast<char*>("--nofork"), nullptr};
-        if (posix_spawnp(&pid_, "dbus-daemon", &actions, nullptr, argv, environ) != 0) pid_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(out[1]);
-        // The address comes once the bus listens; end of file means it failed to start.
-        char c = 0;
-        while (::read(out[0], &c, 1) == 1 && c != '\n')
-            address_ += c;
-        ::close(out[0]);
+        start();
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1);
     }
     ~PrivateBus() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            ::waitpid(pid_, nullptr, 0);
-        }
+        stop();
         std::filesystem::remove_all(folder_);
     }
+
+    // Returns once the bus listens.
+    void start() {
+        std::filesystem::remove(folder_ + "/socket");
+        const std::string program = "/usr/bin/dbus-daemon";
+        const std::string configArgument = "--config-file=" + folder_ + "/bus.conf";
+        int out[2];
+        if (::pipe2(out, O_CLOEXEC) != 0) return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            // Only async-signal-safe calls between fork and exec: the test process has threads.
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            ::dup2(out[1], STDOUT_FILENO);
+            // Its complaints about resource limits it may not raise are noise here.
+            int null = ::open("/dev/null", O_WRONLY);
+            ::dup2(null, STDERR_FILENO);
+            const char* argv[] = {program.c_str(), configArgument.c_str(), "--print-address", "--nofork",
+                                  nullptr};
+            ::execv(program.c_str(), const_cast<char* const*>(argv));
+            ::_exit(127);
+        }
+        ::close(out[1]);
+        // The address comes once the bus listens; end of file means it failed to start.
+        std::string printed;
+        char c = 0;
+        while (pid_ > 0 && ::read(out[0], &c, 1) == 1 && c != '\n')
+            printed += c;
+        ::close(out[0]);
+        // Without the printed guid, which a restarted bus doesn't keep, so that clients can come back.
+        if (!printed.empty()) address_ = "unix:path=" + folder_ + "/socket";
+    }
+    void stop() {
+        if (pid_ <= 0) return;
+        ::kill(pid_, SIGTERM);
+        ::waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+
     const std::string& address() const { return address_; }
     const std::string& folder() const { return folder_; }
 
@@ -109,6 +125,11 @@ public:
     std::vector<std::uint32_t> closed() const {
         std::lock_guard lock(mutex_);
         return closed_;
+    }
+    // The next `count` Notify calls are recorded but never answered: a server that hangs.
+    void leaveUnanswered(int count) {
+        std::lock_guard lock(mutex_);
+        unanswered_ = count;
     }
     void emitAction(std::uint32_t id, std::string key) {
         perform([this, id, key] {
@@ -199,6 +220,10 @@ private:
             std::lock_guard lock(self->mutex_);
             r.id = r.replacesId != 0 ? r.replacesId : self->nextId_++;
             self->received_.push_back(r);
+            if (self->unanswered_ > 0) {
+                --self->unanswered_;
+                return 1;
+            }
             sd_bus_message_new_method_return(call, &reply);
             sd_bus_message_append(reply, "u", r.id);
         } else if (sd_bus_message_is_method_call(call, interface, "CloseNotification") > 0) {
@@ -230,6 +255,7 @@ private:
     std::vector<Received> received_;
     std::vector<std::uint32_t> closed_;
     std::uint32_t nextId_ = 1;
+    int unanswered_ = 0;
 };
 
 } // namespace OstrelTest

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <asio/executor_work_guard.hpp>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 namespace Ostrel {
@@ -39,8 +40,8 @@ class NotifierTest : public ::testing::Test {
 protected:
     NotifierTest() { Localization::setCurrent(Language::en); }
 
-    void startNotifier() {
-        notifier = std::make_unique<Notifier>(settings, context);
+    void startNotifier(NotificationBus::Options options = {}) {
+        notifier = std::make_unique<Notifier>(settings, context, options);
         auto record = [this](const UUID& session, std::optional<Decision> decision) {
             answers.push_back({session, decision, std::this_thread::get_id() == testThread});
         };
@@ -120,6 +121,7 @@ TEST_F(NotifierTest, EachStatusSendsItsTitleBodyAndButtons) {
         const auto& buttons = c->status == SessionStatus::waiting() ? waitingActions : revealOnly;
         EXPECT_EQ(received[i].actions, buttons);
         EXPECT_EQ(received[i].hints["x-ostrel-session"], session.uuidString());
+        EXPECT_EQ(received[i].hints["sound-name"], "message-new-instant");
         EXPECT_EQ(received[i].expireTimeout, c->expireTimeout);
         EXPECT_EQ(received[i].replacesId, 0u);
     }
@@ -152,6 +154,80 @@ TEST_F(NotifierTest, ASessionsNextNotificationReplacesItsLastOne) {
     EXPECT_EQ(received[2].summary, "api has ended");
     EXPECT_EQ(received[2].replacesId, received[0].id);
     EXPECT_EQ(received[3].replacesId, received[0].id);
+}
+
+TEST_F(NotifierTest, OnlyASessionOnScreenInTheActiveApplicationCountsAsSeen) {
+    struct Case {
+        SessionVisibility visibility;
+        Attention outcome;
+    };
+    const Case cases[] = {
+        {{.selected = true, .applicationActive = true}, Attention::seen},
+        {{.selected = true, .applicationActive = false}, Attention::pending},
+        {{.selected = false, .applicationActive = true}, Attention::pending},
+        {{.selected = false, .applicationActive = false}, Attention::pending},
+    };
+    startNotifier();
+    SessionNotifications& store = *notifier;
+    std::vector<std::string> expected;
+    for (const Case& c : cases) {
+        auto title =
+            fmt::format("selected {} active {}", c.visibility.selected, c.visibility.applicationActive);
+        EXPECT_EQ(store.attention({UUID::random(), title, SessionStatus::idle(), std::nullopt, "shop"},
+                                  c.visibility),
+                  c.outcome)
+            << title;
+        if (c.outcome == Attention::pending) expected.push_back(title + " is idle");
+    }
+    // A switch that holds the notification back still leaves the attention to the sidebar.
+    settings.setBoolean("notif.type.idle", false);
+    EXPECT_EQ(store.attention(subject(UUID::random(), SessionStatus::idle()), {}), Attention::pending);
+    settings.remove("notif.type.idle");
+    notifier->test();
+    auto received = awaitReceived(*server, expected.size() + 1);
+    std::vector<std::string> summaries;
+    for (const auto& r : received)
+        summaries.push_back(r.summary);
+    expected.push_back("Ostrel notifications work");
+    EXPECT_EQ(summaries, expected);
+}
+
+TEST_F(NotifierTest, AServerThatStopsAnsweringHoldsTheNextNotificationOnlyUntilTheCallTimesOut) {
+    startNotifier({.callTimeout = 200ms});
+    UUID a = UUID::random();
+    server->leaveUnanswered(1);
+    notifier->notify(subject(a, SessionStatus::waiting()));
+    notifier->notify(subject(a, SessionStatus::idle())); // waits for the first one's id
+    auto received = awaitReceived(*server, 2);
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[1].summary, "api is idle");
+    EXPECT_EQ(received[1].replacesId, 0u); // the first id was never learnt
+    notifier->clearDelivered(a);
+    ASSERT_TRUE(runUntil([&] { return !server->closed().empty(); }));
+    EXPECT_EQ(server->closed(), std::vector<std::uint32_t>{received[1].id});
+}
+
+TEST_F(NotifierTest, ALostBusIsSilentAndFoundAgain) {
+    startNotifier({.reconnectDelay = 50ms});
+    ASSERT_TRUE(notifier->available());
+    UUID a = UUID::random();
+    notifier->notify(subject(a, SessionStatus::waiting()));
+    awaitReceived(*server, 1);
+    bus.stop(); // the server is still there, but cut off with everyone else
+    ASSERT_TRUE(runUntil([&] { return !notifier->available(); }));
+    server.reset();
+    notifier->notify(subject(a, SessionStatus::idle()));
+    notifier->clearDelivered(a);
+    context.run_for(200ms); // several failed attempts to connect again
+
+    bus.start();
+    server = std::make_unique<NotificationServer>(withActions);
+    ASSERT_TRUE(runUntil([&] { return notifier->available(); }));
+    notifier->notify(subject(a, SessionStatus::done()));
+    auto received = awaitReceived(*server, 1);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].summary, "api has ended");
+    EXPECT_EQ(received[0].replacesId, 0u); // the former server's ids mean nothing here
 }
 
 TEST_F(NotifierTest, ClearDeliveredClosesTheNotificationEvenBeforeItsIdIsKnown) {
@@ -254,8 +330,16 @@ TEST_P(NotifierWithoutService, DropsEverythingUntilAServerWithActionsAppears) {
 INSTANTIATE_TEST_SUITE_P(NoServerOrOneWithoutActions, NotifierWithoutService, ::testing::Bool());
 
 TEST(NotifierWithoutBus, IsUnavailableAtOnceAndEveryCallIsSilent) {
-    for (const char* address : {"unix:path=/nonexistent/ostrel/bus", "not an address"}) {
-        ::setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::string savedRuntime = runtime != nullptr ? runtime : "";
+    // Unset: a login without a session bus, where the bus would be the runtime folder's socket.
+    for (const char* address : {"unix:path=/nonexistent/ostrel/bus", "not an address", "unset"}) {
+        if (std::string_view(address) == "unset") {
+            ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+            ::setenv("XDG_RUNTIME_DIR", "/nonexistent/ostrel/runtime", 1);
+        } else {
+            ::setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
+        }
         asio::io_context context;
         Settings settings("/nonexistent/ostrel/settings.json");
         Notifier notifier(settings, context);
@@ -264,8 +348,12 @@ TEST(NotifierWithoutBus, IsUnavailableAtOnceAndEveryCallIsSilent) {
         notifier.notify({UUID::random(), "api", SessionStatus::waiting(), std::nullopt, "shop"});
         notifier.clearDelivered(UUID::random());
         notifier.test();
-        context.run_for(10ms); // nothing may be pending
+        context.run_for(10ms); // only the next attempt to connect is pending
     }
+    if (runtime != nullptr)
+        ::setenv("XDG_RUNTIME_DIR", savedRuntime.c_str(), 1);
+    else
+        ::unsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST_F(NotifierTest, SwitchesHoldBackTheirTypes) {
@@ -326,6 +414,24 @@ TEST_F(NotifierTest, QuotaWarningsReplaceEachOtherAndTellWhenTheWindowResets) {
     EXPECT_EQ(received[2].body, "91% of the window used. Resets in 2d 3h.");
     EXPECT_EQ(received[2].replacesId, received[0].id);
     EXPECT_TRUE(received[2].actions.empty());
+}
+
+TEST(NotificationStrings, EveryTranslationUsesEachValueOfItsEnglishText) {
+    // A translation whose placeholders don't fit would quietly show the English text instead.
+    for (const LocalizedText& entry : notificationStrings()) {
+        const auto count = std::ranges::count(entry.en, '{');
+        fmt::dynamic_format_arg_store<fmt::format_context> values;
+        for (long i = 0; i < count; ++i)
+            values.push_back(fmt::format("<{}>", i));
+        for (std::string_view pattern : {entry.en, entry.fr, entry.de, entry.es, entry.pt}) {
+            SCOPED_TRACE(std::string(entry.key) + ": " + std::string(pattern));
+            EXPECT_FALSE(pattern.empty());
+            std::string text;
+            EXPECT_NO_THROW(text = fmt::vformat(pattern, values));
+            for (long i = 0; i < count; ++i)
+                EXPECT_NE(text.find(fmt::format("<{}>", i)), std::string::npos);
+        }
+    }
 }
 
 TEST(NotifierShortInterval, KeepsTheTwoLargestUnits) {
