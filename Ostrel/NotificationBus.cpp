@@ -221,24 +221,8 @@ void NotificationBus::arm() {
     // On any error let process() run at once and find out what is wrong.
     if (events < 0 || sd_bus_get_timeout(bus_, &until) < 0) until = 0;
     std::weak_ptr<bool> alive = alive_;
-    if (events > 0 && (events & POLLIN) != 0 && !readArmed_) {
-        readArmed_ = true;
-        descriptor_->async_wait(asio::posix::stream_descriptor::wait_read,
-                                [this, alive](const asio::error_code& error) {
-                                    if (alive.expired() || error == asio::error::operation_aborted) return;
-                                    readArmed_ = false;
-                                    process();
-                                });
-    }
-    if (events > 0 && (events & POLLOUT) != 0 && !writeArmed_) {
-        writeArmed_ = true;
-        descriptor_->async_wait(asio::posix::stream_descriptor::wait_write,
-                                [this, alive](const asio::error_code& error) {
-                                    if (alive.expired() || error == asio::error::operation_aborted) return;
-                                    writeArmed_ = false;
-                                    process();
-                                });
-    }
+    if (events > 0 && (events & POLLIN) != 0) watch(asio::posix::stream_descriptor::wait_read, readArmed_);
+    if (events > 0 && (events & POLLOUT) != 0) watch(asio::posix::stream_descriptor::wait_write, writeArmed_);
     if (until == std::numeric_limits<std::uint64_t>::max()) {
         timer_.cancel();
         return;
@@ -248,6 +232,17 @@ void NotificationBus::arm() {
         std::chrono::steady_clock::time_point(std::chrono::microseconds(static_cast<std::int64_t>(until))));
     timer_.async_wait([this, alive](const asio::error_code& error) {
         if (alive.expired() || error == asio::error::operation_aborted) return;
+        process();
+    });
+}
+
+void NotificationBus::watch(asio::posix::stream_descriptor::wait_type type, bool& armed) {
+    if (armed) return;
+    armed = true;
+    std::weak_ptr<bool> alive = alive_;
+    descriptor_->async_wait(type, [this, alive, &armed](const asio::error_code& error) {
+        if (alive.expired() || error == asio::error::operation_aborted) return;
+        armed = false;
         process();
     });
 }

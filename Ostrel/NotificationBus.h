@@ -98,6 +98,8 @@ private:
     void queryCapabilities();
     void process();
     void arm();
+    // One wait on the descriptor for `type`, unless one is already armed.
+    void watch(asio::posix::stream_descriptor::wait_type type, bool& armed);
     void serverLeft();
     void scheduleReconnect();
 
