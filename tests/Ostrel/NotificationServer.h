@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/eventfd.h>
@@ -39,12 +40,17 @@ public:
                "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
                "<allow own=\"*\"/>"
                "</policy></busconfig>";
+        if (const char* before = std::getenv("DBUS_SESSION_BUS_ADDRESS")) before_ = before;
         start();
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1);
     }
     ~PrivateBus() {
         stop();
         std::filesystem::remove_all(folder_);
+        if (before_)
+            ::setenv("DBUS_SESSION_BUS_ADDRESS", before_->c_str(), 1);
+        else
+            ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
     }
 
     // Returns once the bus listens.
@@ -90,6 +96,7 @@ public:
 private:
     std::string folder_;
     std::string address_;
+    std::optional<std::string> before_; // the address the tests were started with
     pid_t pid_ = -1;
 };
 
