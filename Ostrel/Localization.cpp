@@ -14,7 +14,7 @@ using Table = std::unordered_map<std::string_view, const LocalizedText*>;
 const Table& table() {
     static const Table all = [] {
         Table t;
-        for (auto tableOf : {commonStrings})
+        for (auto tableOf : {commonStrings, inspectStrings})
             for (const LocalizedText& entry : tableOf())
                 t.emplace(entry.key, &entry);
         return t;

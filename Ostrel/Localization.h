@@ -56,5 +56,6 @@ public:
 
 // The string tables, one per area of the application (Ostrel/Strings/*.cpp).
 std::span<const LocalizedText> commonStrings();
+std::span<const LocalizedText> inspectStrings();
 
 } // namespace Ostrel

@@ -89,4 +89,51 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit) 
     return out;
 }
 
+namespace {
+
+bool readFully(int fd, std::string& out, std::size_t count) {
+    out.resize(count);
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t n = ::read(fd, out.data() + done, count - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        if (n == 0) break; // the file shrank under us: keep what was there
+        done += static_cast<std::size_t>(n);
+    }
+    out.resize(done);
+    return true;
+}
+
+} // namespace
+
+std::optional<Tail> readTail(const std::string& path, std::size_t count) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    auto size = static_cast<std::uint64_t>(info.st_size);
+    std::uint64_t start = size > count ? size - count : 0;
+    Tail tail;
+    tail.size = size;
+    bool ok = ::lseek(fd, static_cast<off_t>(start), SEEK_SET) >= 0 &&
+              readFully(fd, tail.bytes, static_cast<std::size_t>(size - start));
+    ::close(fd);
+    if (!ok) return std::nullopt;
+    return tail;
+}
+
+std::optional<std::string> readHead(const std::string& path, std::size_t count) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    std::string head;
+    bool ok = readFully(fd, head, count);
+    ::close(fd);
+    if (!ok) return std::nullopt;
+    return head;
+}
+
 } // namespace Ostrel::Paths

@@ -1,6 +1,7 @@
 // Where the workspace keeps its files and where the agents keep theirs, for the current user.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,5 +22,13 @@ bool ensureFolder(const std::string& path);
 bool writeFileAtomically(const std::string& path, std::string_view contents);
 // The whole file, or none when it can't be read.
 std::optional<std::string> readFile(const std::string& path, std::size_t limit = 64u << 20);
+// The last `count` bytes of a file (all of a shorter one), with the file's size at the read.
+struct Tail {
+    std::string bytes;
+    std::uint64_t size = 0;
+};
+std::optional<Tail> readTail(const std::string& path, std::size_t count);
+// The first `count` bytes of a file (all of a shorter one).
+std::optional<std::string> readHead(const std::string& path, std::size_t count);
 
 } // namespace Ostrel::Paths

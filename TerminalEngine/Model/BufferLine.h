@@ -35,8 +35,16 @@ public:
     const CharData& operator[](int col) const { return data_[col]; }
     void set(int col, const CharData& value);
 
-    // Direct access for the print path: the caller must call touch() once after writing.
-    CharData* mutableData() { return data_.get(); }
+    // Direct access: the caller must call touch() once after writing. mutableData() assumes the
+    // whole row may change; mutableCells(end) promises that only columns before `end` will.
+    CharData* mutableData() {
+        uniformFrom_ = cols_;
+        return data_.get();
+    }
+    CharData* mutableCells(int end) {
+        written(end);
+        return data_.get();
+    }
     const CharData* getData() const { return data_.get(); }
     void touch() { ++generation; }
 
@@ -71,10 +79,16 @@ public:
 
 private:
     int clampColumn(int col, const char* where) const;
+    void written(int end) {
+        if (end > uniformFrom_) uniformFrom_ = end < cols_ ? end : cols_;
+    }
 
     std::unique_ptr<CharData[]> data_;
     int dataSize_ = 0;
     int cols_ = 0;
+    // Cells from uniformFrom_ to the end all hold uniformValue_: what a fill need not rewrite.
+    int uniformFrom_ = 0;
+    CharData uniformValue_ = CharData::Null;
 };
 
 } // namespace TerminalEngine

@@ -1,6 +1,7 @@
 // The parser's main loop, its actions and the dispatch tables into the terminal.
 #include "TerminalEngine/Parser/EscapeSequenceParser.h"
 
+#include "TerminalEngine/Model/ByteScan.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
 #include <chrono>
@@ -106,8 +107,9 @@ void EscapeSequenceParser::parse(ByteSpan data) {
         // sequences reach the print path whole.
         if (state == S::ground && code >= 0x20) {
             if (print < 0) print = i;
-            while (i + 1 < len && bytes[i + 1] > 0x1F)
-                ++i;
+            i = static_cast<std::int64_t>(ByteScan::firstControl(bytes, static_cast<std::size_t>(i + 1),
+                                                                 static_cast<std::size_t>(len))) -
+                1;
             continue;
         }
         // A whole "ESC [ parameters final" in one tight loop: the common case of cursor movement

@@ -449,6 +449,21 @@ private:
     std::shared_ptr<Terminal*> alive_;
     Bytes putbackBuffer_; // incomplete UTF-8 tail of the last print run
     CharData blankLine_;
+    // Small direct-mapped memories for the print path: the width of recent scalars (the width
+    // rules ask the Unicode tables for the general category) and the cell code of recent scalars
+    // outside the Basic Multilingual Plane (which would otherwise be hashed at every print).
+    struct WidthMemo {
+        char32_t scalar = 0xFFFFFFFF;
+        std::int8_t width = 0;
+    };
+    struct CodeMemo {
+        char32_t scalar = 0;
+        std::int32_t code = 0;
+    };
+    std::array<WidthMemo, 256> widthMemo_{};
+    std::array<CodeMemo, 64> codeMemo_{};
+    int columnWidth(char32_t scalar);
+    std::int32_t supplementaryCode(char32_t scalar);
     std::int32_t lastPrintedCode_ = 0; // for REP
     int lastPrintedWidth_ = 1;
 };

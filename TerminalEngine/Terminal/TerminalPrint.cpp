@@ -1,5 +1,6 @@
 // The print path: UTF-8 decoding, character sets, widths, clusters and placing cells. Every
 // print run of the parser comes through handlePrint; ASCII takes a copy-free fast path.
+#include "TerminalEngine/Model/ByteScan.h"
 #include "TerminalEngine/Model/UnicodeUtil.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
@@ -114,9 +115,7 @@ void Terminal::handlePrint(ByteSpan data) {
         std::uint8_t byte = p[i];
         if (byte < 0x80) {
             if (charset == nullptr) {
-                std::size_t j = i;
-                while (j < n && p[j] >= 0x20 && p[j] < 0x7F)
-                    ++j;
+                std::size_t j = ByteScan::firstNonPrintableAscii(p, i, n);
                 if (j > i) {
                     printAsciiRun(p + i, j - i);
                     i = j;
@@ -182,9 +181,12 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
         const bool overflowHeld = !wraparound && count > space;
         const std::size_t chunk = count < space ? count : space;
         if (insertMode) line.insertCells(x, static_cast<int>(chunk), right, eraseCell());
-        CharData* cells = line.mutableData();
+        CharData* cells = line.mutableCells(x + static_cast<int>(chunk) + 1);
         if (cells[x].width == 0 && x > 0) repairWideCharacterAt(line, x);
-        writeAsciiCells(cells + x, curAttr, text, chunk);
+        if (chunk == 1)
+            cells[x] = CharData(curAttr, text[0], 1); // one character between two moves
+        else
+            writeAsciiCells(cells + x, curAttr, text, chunk);
         const int end = x + static_cast<int>(chunk);
         if (overflowHeld) cells[end - 1].code = text[count - 1];
         if (end < line.count() && cells[end].width == 0) cells[end] = eraseCell();
@@ -219,7 +221,7 @@ void Terminal::placeCharacter(std::int32_t code, int width) {
     if (width <= 0) return;
     if (insertMode) line.insertCells(x, width, right, eraseCell());
     repairWideCharacterAt(line, x);
-    CharData* cells = line.mutableData();
+    CharData* cells = line.mutableCells(x + width + 1);
     cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
     if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
     int end = x + width;
@@ -255,7 +257,7 @@ bool Terminal::combineWithPrevious(char32_t scalar, int width) {
     GraphemeTable::appendUtf8(scalar, scratch_);
     cell.code = graphemes.code(scratch_);
 
-    CharData* cells = line->mutableData();
+    CharData* cells = line->mutableCells(px + 3);
     bool cursorAfterCell = py == b.y && b.x == px + cell.width;
     bool widen = (scalar == emojiPresentation && cell.width == 1 && UnicodeUtil::isEmojiPresentation(base)) ||
                  (width == 2 && cell.width == 1);
@@ -280,8 +282,25 @@ bool Terminal::combineWithPrevious(char32_t scalar, int width) {
     return true;
 }
 
+int Terminal::columnWidth(char32_t scalar) {
+    WidthMemo& memo = widthMemo_[scalar & 0xFF];
+    if (memo.scalar != scalar) memo = {scalar, static_cast<std::int8_t>(UnicodeUtil::columnWidth(scalar))};
+    return memo.width;
+}
+
+std::int32_t Terminal::supplementaryCode(char32_t scalar) {
+    // Codes are never reused while the terminal lives, so a remembered one stays right.
+    CodeMemo& memo = codeMemo_[scalar & 0x3F];
+    if (memo.scalar != scalar) {
+        scratch_.clear();
+        GraphemeTable::appendUtf8(scalar, scratch_);
+        memo = {scalar, graphemes.code(scratch_)};
+    }
+    return memo.code;
+}
+
 void Terminal::printScalar(char32_t scalar) {
-    int width = UnicodeUtil::columnWidth(scalar);
+    int width = columnWidth(scalar);
     if (width < 0) return;
 
     // Does this scalar continue the cluster of the previous cell?
@@ -315,14 +334,7 @@ void Terminal::printScalar(char32_t scalar) {
         }
     }
 
-    std::int32_t code;
-    if (scalar < 0x10000) {
-        code = static_cast<std::int32_t>(scalar);
-    } else {
-        scratch_.clear();
-        GraphemeTable::appendUtf8(scalar, scratch_);
-        code = graphemes.code(scratch_);
-    }
+    std::int32_t code = scalar < 0x10000 ? static_cast<std::int32_t>(scalar) : supplementaryCode(scalar);
     if (UnicodeUtil::isRegionalIndicator(scalar) &&
         options.regionalIndicatorWidth == RegionalIndicatorWidth::narrow)
         width = 1;

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
@@ -193,6 +194,8 @@ int run(const std::vector<std::string>& command, const TerminalOptions& options,
         return 127;
     }
     asio::io_context loop;
+    // Without outstanding work the loop would stop and ignore the chunks posted after the exit.
+    auto keepAlive = asio::make_work_guard(loop);
     DispatchQueue::setMain(loop);
 
     std::optional<std::int32_t> exitStatus;

@@ -24,6 +24,9 @@ public:
         return true;
     }
     asio::io_context loop;
+    // A loop that ran out of work stops and would ignore what is posted later (the last chunks of
+    // output arrive after the exit report): keep it alive, as the application's loop is.
+    asio::executor_work_guard<asio::io_context::executor_type> keepAlive = asio::make_work_guard(loop);
 };
 
 std::vector<std::string> shellEnv() {
@@ -42,11 +45,19 @@ TEST(HeadlessTerminal, RunsAProgramAndAnswersItsQueries) {
         ended = true;
     });
     // The shell asks for the cursor position and prints the answer it reads back.
-    host->process->startProcess(
-        "/bin/bash",
-        {"--norc", "-c", "printf 'ab\\e[6n'; IFS= read -rs -d R reply; echo; echo \"got${reply#*[}\""},
-        shellEnv());
-    ASSERT_TRUE(main.runUntil([&] { return ended && host->process->outputFinished(); }));
+    host->process->startProcess("/bin/bash",
+                                {"--norc", "-c",
+                                 // The terminal leaves line mode before asking, so the reply is read
+                                 // as it arrives whatever moment it comes back at.
+                                 "stty -icanon -echo; printf 'ab\\e[6n'; IFS= read -r -d R reply; echo; "
+                                 "echo \"got${reply#*[}\""},
+                                shellEnv());
+    ASSERT_TRUE(main.runUntil([&] { return ended && host->process->outputFinished(); }, 20s))
+        << "ended=" << ended << " finished=" << host->process->outputFinished()
+        << " running=" << host->process->running() << " childfd=" << host->process->childfd()
+        << " screen=" << host->terminal->lineText(0) << "|" << host->terminal->lineText(1)
+        << " eof=" << host->process->diagnostics().endOfFileSeen
+        << " scheduled=" << host->process->diagnostics().pending.pendingScheduled;
     main.loop.poll();
     EXPECT_EQ(status, 0);
     EXPECT_EQ(host->terminal->lineText(1), "got1;3");

@@ -1,0 +1,56 @@
+// Sixteen bytes at a time over the hot text paths: where does a run of printable text end.
+// SSE2 is part of every x86-64 processor; elsewhere the plain loops do the same work.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace TerminalEngine::ByteScan {
+
+// Index of the first byte below 0x20 (a C0 control) at or after `from`, or `size`.
+inline std::size_t firstControl(const std::uint8_t* p, std::size_t from, std::size_t size) {
+    std::size_t i = from;
+    // Short runs (a character between two cursor moves) end before a vector load pays off.
+    for (std::size_t stop = i + 4 < size ? i + 4 : size; i < stop; ++i)
+        if (p[i] < 0x20) return i;
+#if defined(__SSE2__)
+    const __m128i high = _mm_set1_epi8(static_cast<char>(0xE0));
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= size; i += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // A byte is a control exactly when its top three bits are clear.
+        int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, high), zero));
+        if (mask != 0) return i + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+    }
+#endif
+    while (i < size && p[i] >= 0x20)
+        ++i;
+    return i;
+}
+
+// Index of the first byte that is not printable ASCII (0x20..0x7E) at or after `from`, or `size`.
+inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t from, std::size_t size) {
+    std::size_t i = from;
+    for (std::size_t stop = i + 4 < size ? i + 4 : size; i < stop; ++i)
+        if (p[i] < 0x20 || p[i] >= 0x7F) return i;
+#if defined(__SSE2__)
+    const __m128i low = _mm_set1_epi8(0x1F);
+    const __m128i del = _mm_set1_epi8(0x7F);
+    for (; i + 16 <= size; i += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // Signed compares: bytes from 0x80 up are negative and fail the first test.
+        __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, del));
+        int mask = _mm_movemask_epi8(printable) ^ 0xFFFF;
+        if (mask != 0) return i + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+    }
+#endif
+    while (i < size && p[i] >= 0x20 && p[i] < 0x7F)
+        ++i;
+    return i;
+}
+
+} // namespace TerminalEngine::ByteScan
