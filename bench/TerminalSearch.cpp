@@ -1,7 +1,7 @@
 // Searching 100,000 lines of scrollback for a term that is not there: cold (a fresh line cache,
 // every line turned into a string) and warm (the cache built). Prints both against the targets
 // of 50 ms cold and 10 ms warm, by processor time (wall time beside it: on a shared machine it
-// also counts the time other processes had the processor).
+// also counts the time other processes had the processor), and as ratios to two anchors.
 #include "TerminalEngine/Search/SearchService.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
@@ -76,6 +76,31 @@ void BM_SearchWarm(benchmark::State& state, SearchOptions options) {
         benchmark::DoNotOptimize(search.findNext(kAbsent, options, false));
 }
 
+// Anchors, measured in the same run: the naive search (each line turned into a string with
+// BufferLine::translateToString, then searched), and the floor of any warm search (one find over
+// the whole text held as a single string).
+void BM_AnchorNaive(benchmark::State& state) {
+    Terminal& t = terminal();
+    for (auto _ : state) {
+        const auto& lines = t.buffer->lines;
+        bool found = false;
+        for (int row = 0; row < lines.count(); ++row)
+            found |= lines[row].translateToString(true, 0, -1, true, &t.graphemes).find(kAbsent) !=
+                     std::string::npos;
+        benchmark::DoNotOptimize(found);
+    }
+}
+
+void BM_AnchorFlatFind(benchmark::State& state) {
+    Terminal& t = terminal();
+    std::string all;
+    const auto& lines = t.buffer->lines;
+    for (int row = 0; row < lines.count(); ++row)
+        all += lines[row].translateToString(true, 0, -1, true, &t.graphemes) + "\n";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(all.find(kAbsent));
+}
+
 class TimeReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -102,13 +127,24 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark((std::string("warm/") + name).c_str(), BM_SearchWarm, options)
             ->Unit(benchmark::kMillisecond);
     }
+    benchmark::RegisterBenchmark("anchor/naive per-line strings", BM_AnchorNaive)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("anchor/find in one flat string", BM_AnchorFlatFind)
+        ->Unit(benchmark::kMillisecond);
     benchmark::Initialize(&argc, argv);
     std::printf("buffer: %d lines of scrollback plus the screen\n", terminal().buffer->lines.count());
     TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
 
-    std::printf("\n%-16s %18s %18s   targets: cold < %.0f ms, warm < %.0f ms (processor)\n", "search",
-                "cold ms cpu/wall", "warm ms cpu/wall", kColdTargetMs, kWarmTargetMs);
+    auto naive = reporter.milliseconds.find("anchor/naive per-line strings");
+    auto flat = reporter.milliseconds.find("anchor/find in one flat string");
+    const double naiveCpu = naive == reporter.milliseconds.end() ? 0 : naive->second.first;
+    const double flatCpu = flat == reporter.milliseconds.end() ? 0 : flat->second.first;
+    std::printf("\nanchors (processor): naive per-line strings %.2f ms, one flat find %.2f ms\n", naiveCpu,
+                flatCpu);
+    std::printf("%-16s %18s %18s %12s %12s   targets: cold < %.0f ms, warm < %.0f ms (processor)\n", "search",
+                "cold ms cpu/wall", "warm ms cpu/wall", "cold/naive", "warm/flat", kColdTargetMs,
+                kWarmTargetMs);
     bool met = true;
     for (const auto& [name, options] : variants) {
         auto cold = reporter.milliseconds.find(std::string("cold/") + name);
@@ -118,8 +154,9 @@ int main(int argc, char** argv) {
         auto [warmCpu, warmWall] = warm->second;
         bool ok = coldCpu < kColdTargetMs && warmCpu < kWarmTargetMs;
         met = met && ok;
-        std::printf("%-16s %8.2f / %7.2f %8.2f / %7.2f   %s\n", name, coldCpu, coldWall, warmCpu, warmWall,
-                    ok ? "met" : "MISSED");
+        std::printf("%-16s %8.2f / %7.2f %8.2f / %7.2f %12.2f %12.2f   %s\n", name, coldCpu, coldWall,
+                    warmCpu, warmWall, naiveCpu > 0 ? coldCpu / naiveCpu : 0.0,
+                    flatCpu > 0 ? warmCpu / flatCpu : 0.0, ok ? "met" : "MISSED");
     }
     std::printf("%s\n", met ? "all targets met" : "some targets missed");
     return 0;

@@ -1,6 +1,7 @@
 // Matching in one cached line, and the way back from string offsets to cells.
 #include "TerminalEngine/Search/SearchEngine.h"
 
+#include "TerminalEngine/Model/UnicodeUtil.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@ namespace TerminalEngine {
 namespace {
 
 std::size_t utf8Length(unsigned char lead) {
-    return lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 1;
+    return static_cast<std::size_t>(UnicodeUtil::characterLength(lead));
 }
 
 // Start of the character before `at`.

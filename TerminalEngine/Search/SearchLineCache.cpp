@@ -3,6 +3,7 @@
 #include "TerminalEngine/Search/SearchLineCache.h"
 
 #include "TerminalEngine/Model/CellScalars.h"
+#include "TerminalEngine/Model/UnicodeUtil.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ double steadySeconds() {
 }
 
 std::size_t utf8Length(unsigned char lead) {
-    return lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 1;
+    return static_cast<std::size_t>(UnicodeUtil::characterLength(lead));
 }
 
 } // namespace
@@ -106,15 +107,41 @@ bool SearchLineCache::isCurrent(const Line& line, int row) const {
     return after >= lines.count() || !lines[after].isWrapped;
 }
 
+void SearchLineCache::refreshLayout() {
+    const Buffer& b = *terminal.buffer;
+    Layout now{&b, b.lines.layoutGeneration(), b.yBase, terminal.cols, terminal.rows};
+    if (now == layout_) return;
+    layout_ = now;
+    ++epoch_;
+}
+
 SearchLineCache::Line* SearchLineCache::line(int row) {
     if (!linesCache) touch();
     const auto& lines = terminal.buffer->lines;
     if (row < 0 || row >= lines.count() || static_cast<std::size_t>(row) >= linesCache->size())
         return nullptr;
-    // The first row of the buffer starts a line even when its beginning scrolled away.
-    if (row > 0 && lines[row].isWrapped) return nullptr;
+    refreshLayout();
     std::optional<Line>& slot = (*linesCache)[static_cast<std::size_t>(row)];
-    if (slot && isCurrent(*slot, row)) return &*slot;
+    // A line of the scrollback checked since the lines last moved is current without reading
+    // its rows again: on a long scrollback those reads, not the matching, are what a warm search
+    // would spend its time on. The row after it must lie in the scrollback too, or it could
+    // have wrapped on into the screen since.
+    if (slot && slot->checkedEpoch == epoch_ && row + std::max(slot->rowCount, 1) < layout_.yBase)
+        return slot->continuation ? nullptr : &*slot;
+    // The first row of the buffer starts a line even when its beginning scrolled away.
+    if (row > 0 && lines[row].isWrapped) {
+        if (!slot || !slot->continuation) {
+            if (slot) staleBytes_ += slot->lineAsString.size() + slot->folded.size();
+            slot.emplace();
+            slot->continuation = true;
+        }
+        slot->checkedEpoch = epoch_;
+        return nullptr;
+    }
+    if (slot && !slot->continuation && isCurrent(*slot, row)) {
+        slot->checkedEpoch = epoch_;
+        return &*slot;
+    }
     if (slot) {
         staleBytes_ += slot->lineAsString.size() + slot->folded.size();
         if (staleBytes_ > staleLimit && staleBytes_ > storedBytes_ / 2) {
@@ -126,6 +153,7 @@ SearchLineCache::Line* SearchLineCache::line(int row) {
     }
     std::optional<Line>& fresh = (*linesCache)[static_cast<std::size_t>(row)];
     fresh = build(row);
+    fresh->checkedEpoch = epoch_;
     return &*fresh;
 }
 
@@ -163,6 +191,9 @@ SearchLineCache::Line SearchLineCache::build(int row) {
             lines[r + 1][0].width == 2)
             to -= 1; // the column a wide character could not fill before it wrapped
         if (identity && (line.count() != out.rowWidth || (r < last && to != line.count()))) leaveIdentity();
+        // Empty cells after the text of the last row are dropped below; the line knows where
+        // they begin, which spares reading them (most of a cold search is reading cells).
+        if (r == last && !line.uniformCell().hasContent()) to = std::min(to, line.uniformFrom());
         // On the last row, empty cells after the text are no part of it.
         std::size_t rowStart = text.size(), contentEnd = text.size();
         int c = 0;

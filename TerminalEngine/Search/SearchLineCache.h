@@ -52,6 +52,9 @@ public:
         std::vector<std::uint32_t> foldedToOriginal;
         bool foldedReady = false;
 
+        // The row carries on a line that starts above it, and has no text of its own here.
+        bool continuation = false;
+
     private:
         friend class SearchLineCache;
         struct RowStamp {
@@ -60,6 +63,7 @@ public:
         };
         RowStamp first;
         std::vector<RowStamp> rest;
+        std::uint64_t checkedEpoch = 0; // the layout epoch in which the rows were last compared
     };
 
     explicit SearchLineCache(Terminal& terminal, Clock clock = {});
@@ -86,6 +90,17 @@ private:
     // dropped and rebuilt.
     static constexpr std::size_t staleLimit = 32 << 20;
 
+    // What, when unchanged, keeps every line of the scrollback as it was: programs write only
+    // to the screen, so a scrollback line changes only when lines move (or the size changes).
+    struct Layout {
+        const Buffer* buffer = nullptr;
+        std::uint64_t generation = 0;
+        int yBase = 0;
+        int cols = 0;
+        int rows = 0;
+        bool operator==(const Layout&) const = default;
+    };
+    void refreshLayout();
     bool isCurrent(const Line& line, int row) const;
     Line build(int row);
     std::string_view store(std::string_view text);
@@ -98,6 +113,8 @@ private:
     std::size_t storedBytes_ = 0;
     std::size_t staleBytes_ = 0;
     std::string scratch_;
+    Layout layout_;
+    std::uint64_t epoch_ = 1;
 };
 
 } // namespace TerminalEngine

@@ -34,6 +34,8 @@ enum class MouseMode : std::uint8_t { off, x10, vt200, buttonEventTracking, anyE
 enum class MouseProtocolEncoding : std::uint8_t { x10, utf8, sgr, urxvt, sgrPixel };
 
 // The kitty keyboard protocol state of one buffer: the active flags and the pushed ones.
+// Deeper pushes than any program nests drop the oldest entry.
+constexpr std::size_t maximumKeyboardStackDepth = 4096;
 struct KeyboardModeState {
     int flags = 0;
     std::vector<int> stack;

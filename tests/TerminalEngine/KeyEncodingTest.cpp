@@ -186,12 +186,134 @@ const KeyCase keyCases[] = {
 INSTANTIATE_TEST_SUITE_P(Terminal, KeyEncoding, ::testing::ValuesIn(keyCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// The fields of a "CSI code[:shifted[:base]] ; mods[:event] ; text final" reply.
+struct CsiKey {
+    std::vector<std::vector<std::string>> fields; // by ";", each split at ":"
+    char final = 0;
+};
+
+std::optional<CsiKey> parseCsiKey(const std::string& bytes) {
+    if (bytes.size() < 3 || !bytes.starts_with("\x1b[")) return std::nullopt;
+    CsiKey out;
+    out.final = bytes.back();
+    std::string body = bytes.substr(2, bytes.size() - 3);
+    std::size_t start = 0;
+    while (true) {
+        std::size_t semicolon = body.find(';', start);
+        std::string field =
+            body.substr(start, semicolon == std::string::npos ? std::string::npos : semicolon - start);
+        std::vector<std::string> parts;
+        std::size_t from = 0;
+        while (true) {
+            std::size_t colon = field.find(':', from);
+            parts.push_back(
+                field.substr(from, colon == std::string::npos ? std::string::npos : colon - from));
+            if (colon == std::string::npos) break;
+            from = colon + 1;
+        }
+        out.fields.push_back(parts);
+        if (semicolon == std::string::npos) break;
+        start = semicolon + 1;
+    }
+    return out;
+}
+
+// Every combination of the five flags, for keys of each kind and each event type: what may be
+// reported at all, and that each field of a CSI reply is there exactly when its flag asks for it
+// and says what the event was.
+TEST(KeyEncoding, EveryFlagCombinationKeepsTheFieldsToTheirFlags) {
+    const KittyKeyEvent samples[] = {
+        key('a', ctrl),
+        key('a', ctrl, T::repeatPress),
+        key('a', ctrl | alt, T::release),
+        with(key('a', shift, T::press, "A"), U'A', U'a'),
+        key('a', none, T::press, "a"),
+        key('a', none, T::release, "a"),
+        fn(FK::escape),
+        fn(FK::enter),
+        fn(FK::enter, none, T::release),
+        fn(FK::backspace, ctrl),
+        fn(FK::up, shift, T::repeatPress),
+        fn(FK::f5, alt),
+        fn(FK::keypad1),
+        fn(FK::leftShift, shift),
+        fn(FK::leftShift, none, T::release),
+        composing(key('a')),
+    };
+    for (int flags = 0; flags < 32; ++flags) {
+        TerminalHarness h;
+        h.terminal->keyboardMode().flags = flags;
+        const bool reportsEvents = flags & 2, alternates = flags & 4, allKeys = flags & 8, text = flags & 16;
+        for (std::size_t i = 0; i < std::size(samples); ++i) {
+            const KittyKeyEvent& e = samples[i];
+            SCOPED_TRACE(::testing::Message() << "flags " << flags << ", event " << i);
+            std::optional<std::string> bytes = h.terminal->encodeKittyKey(e);
+            if (flags == 0) {
+                EXPECT_EQ(bytes, std::nullopt);
+                continue;
+            }
+            ASSERT_TRUE(bytes.has_value());
+            const bool release = e.eventType == T::release;
+            const bool functional = e.key.kind() == KittyKey::Kind::functional;
+            const bool modifierKey = functional && isKittyModifierKey(e.key.functionalKey());
+            if ((release && !reportsEvents) || (modifierKey && !allKeys) || (e.composing && !modifierKey)) {
+                EXPECT_EQ(*bytes, "");
+                continue;
+            }
+            auto csi = parseCsiKey(*bytes);
+            if (allKeys) {
+                ASSERT_TRUE(csi) << "every key is an escape code: " << *bytes;
+            }
+            if (!csi) continue; // text or a legacy form, only without reportAllKeys
+            KittyKeyCode code = functional ? kittyKeyCode(e.key.functionalKey()) : KittyKeyCode{'a', 'u'};
+            EXPECT_EQ(csi->final, code.final);
+            const auto& keyField = csi->fields[0];
+            if (!(code.number == 1 && keyField[0].empty())) {
+                EXPECT_EQ(keyField[0], std::to_string(code.number));
+            }
+            if (!alternates) {
+                EXPECT_EQ(keyField.size(), 1u);
+            }
+            const int modifiers = 1 + static_cast<int>(e.modifiers);
+            const int eventCode = e.eventType == T::press ? 1 : e.eventType == T::repeatPress ? 2 : 3;
+            if (csi->fields.size() > 1 && !csi->fields[1][0].empty()) {
+                EXPECT_EQ(csi->fields[1][0], std::to_string(modifiers));
+                if (csi->fields[1].size() > 1) {
+                    EXPECT_TRUE(reportsEvents);
+                    EXPECT_EQ(csi->fields[1][1], std::to_string(eventCode));
+                }
+            } else {
+                EXPECT_EQ(modifiers, 1);
+            }
+            if (reportsEvents && eventCode != 1) {
+                ASSERT_GT(csi->fields.size(), 1u);
+                ASSERT_EQ(csi->fields[1].size(), 2u);
+            }
+            if (csi->fields.size() > 2) {
+                EXPECT_TRUE(text && allKeys) << *bytes;
+            }
+        }
+    }
+}
+
 TEST(KeyEncoding, KittyEncoderDefersToLegacyOnlyWithoutFlags) {
     TerminalHarness h;
     EXPECT_EQ(h.terminal->encodeKittyKey(key('a')), std::nullopt);
     h.feed("\x1b[>1u");
     EXPECT_EQ(h.terminal->encodeKittyKey(key('a', ctrl)), "\x1b[97;5u");
     EXPECT_EQ(h.terminal->encodeKittyKey(key('a', ctrl, T::release)), "");
+}
+
+TEST(KeyEncoding, AStreamOfPushesKeepsABoundedStack) {
+    TerminalHarness h;
+    std::string pushes;
+    for (std::size_t i = 0; i < maximumKeyboardStackDepth + 100; ++i)
+        pushes += i % 2 ? "\x1b[>1u" : "\x1b[>3u";
+    h.feed(pushes);
+    EXPECT_EQ(h.terminal->keyboardMode().stack.size(), maximumKeyboardStackDepth);
+    EXPECT_EQ(h.terminal->keyboardMode().stack.back(), 3);
+    h.feed("\x1b[<1u\x1b[?u");
+    EXPECT_EQ(h.takeSent(), "\x1b[?3u");
 }
 
 TEST(KeyEncoding, FlagsFollowTheActiveBuffer) {

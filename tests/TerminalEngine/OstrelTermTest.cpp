@@ -1,7 +1,10 @@
 // ostrel-term end to end: real programs on real pseudo-terminals, their queries answered, and
 // interactive ones driven with --input.
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <initializer_list>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/wait.h>
@@ -99,19 +102,23 @@ TEST(OstrelTerm, PrintsTheScreenAsTextAndColoursAsJson) {
 
 TEST(OstrelTerm, AnswersAProgramThatQueriesTheTerminal) {
     // The script asks and reads each answer back from its terminal, then prints them with ESC
-    // spelled "^[" (read drops the final byte it stops at).
+    // spelled "^[" (read drops the final byte it stops at). The first two requests are the ones
+    // terminfo lists for TERM=xterm-256color (u9, u7), sent through tput as programs do.
     const char* script = R"(
-        printf '\e[c';          IFS= read -rs -d c da
-        printf '\e[3;5H\e[6n';  IFS= read -rs -d R cpr
+        tput u9;                IFS= read -rs -d c da
+        tput cup 2 4; tput u7;  IFS= read -rs -d R cpr
         printf '\e[?2004h\e[?2004$p'; IFS= read -rs -d y mode
         printf '\e]10;?\e\\';   IFS= read -rs -d '\' color
+        printf '\e[>1u\e[?u';   IFS= read -rs -d u kitty
+        printf '\eP$qm\e\\';    IFS= read -rs -d '\' sgr
         printf '\e[H\e[2J'
-        for v in "$da" "$cpr" "$mode" "$color"; do printf '%s\n' "${v//$'\e'/^[}"; done
+        for v in "$da" "$cpr" "$mode" "$color" "$kitty" "$sgr"; do printf '%s\n' "${v//$'\e'/^[}"; done
     )";
     Outcome run = ostrelTerm({"--", "/bin/bash", "--norc", "--noprofile", "-c", script});
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(lines(run.out), (std::vector<std::string>{"^[[?65;4;1;2;6;21;22;17;28", "^[[3;5", "^[[?2004;1$",
-                                                        "^[]10;rgb:e5e5/e5e5/e5e5^["}));
+    EXPECT_EQ(lines(run.out),
+              (std::vector<std::string>{"^[[?65;4;1;2;6;21;22;17;28", "^[[3;5", "^[[?2004;1$",
+                                        "^[]10;rgb:e5e5/e5e5/e5e5^[", "^[[?1", "^[P1$r0m^["}));
 }
 
 TEST(OstrelTerm, SizeReachesTheProgram) {
@@ -150,17 +157,35 @@ TEST(OstrelTerm, DrivesLessToTheEndOfAFile) {
     EXPECT_EQ(screen.front(), "line 92");
 }
 
+std::optional<std::string> findProgram(std::initializer_list<const char*> names) {
+    const char* path = std::getenv("PATH");
+    std::string dirs = path ? path : "/usr/bin:/bin";
+    for (const char* name : names) {
+        std::size_t start = 0;
+        while (start <= dirs.size()) {
+            std::size_t end = dirs.find(':', start);
+            if (end == std::string::npos) end = dirs.size();
+            std::string candidate = dirs.substr(start, end - start) + "/" + name;
+            if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+            start = end + 1;
+        }
+    }
+    return std::nullopt;
+}
+
 TEST(OstrelTerm, DrivesAnEditor) {
-    if (::access("/usr/bin/vim", X_OK) != 0) GTEST_SKIP() << "vim is not installed";
+    auto vi = findProgram({"vim", "vi"});
+    if (!vi) GTEST_SKIP() << "no vi on this machine";
     std::string path = temporaryPath("edit.txt");
     std::remove(path.c_str());
-    Outcome run = ostrelTerm({"--input", "ihello from vim\\e", "--input", ":wq\\r", "--", "/usr/bin/vim",
-                              "-u", "NONE", "-i", "NONE", "-N", "-n", path});
+    // Insert, leave insert mode, then write and quit: each step waits for the editor to draw.
+    Outcome run = ostrelTerm({"--input", "ihello from vi\\e", "--input", ":wq\\r", "--", *vi, "-u", "NONE",
+                              "-i", "NONE", "-N", "-n", path});
     EXPECT_EQ(run.status, 0) << run.err;
     std::ifstream file(path);
     std::string content((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     std::remove(path.c_str());
-    EXPECT_EQ(content, "hello from vim\n");
+    EXPECT_EQ(content, "hello from vi\n");
 }
 
 } // namespace

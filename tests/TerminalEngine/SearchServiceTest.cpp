@@ -187,6 +187,29 @@ TEST(SearchLineCache, IsDroppedAfterFifteenIdleSecondsAndRebuilt) {
     EXPECT_EQ(search.lastResult->col, 4);
 }
 
+TEST(SearchLineCache, ScreenRowsRewrittenInPlaceAreReadAgain) {
+    TerminalOptions options;
+    options.scrollback = 50;
+    TerminalHarness h(20, 3, options);
+    for (int i = 0; i < 10; ++i)
+        h.feed("history " + std::to_string(i) + "\r\n");
+    h.feed("alpha");
+    SearchService search(*h.terminal, nullptr, [] { return 0.0; });
+    ASSERT_TRUE(search.findNext("alpha"));
+    ASSERT_TRUE(search.findNext("history 3"));
+    // Nothing scrolls: only the cells of a screen row change.
+    h.feed("\x1b[3;1H\x1b[2Kbravo");
+    EXPECT_FALSE(search.findNext("alpha"));
+    ASSERT_TRUE(search.findNext("bravo"));
+    EXPECT_EQ(search.lastResult->row, h.terminal->buffer->yBase + 2);
+    // A line that now wraps on into the next row is read as one.
+    h.feed("\x1b[2;1H\x1b[2Kabcdefghijklmnopqrstuvwxyz");
+    ASSERT_TRUE(search.findNext("stuv"));
+    EXPECT_EQ(search.lastResult->row, h.terminal->buffer->yBase + 1);
+    EXPECT_EQ(search.lastResult->col, 18);
+    EXPECT_FALSE(search.findNext("bravo"));
+}
+
 TEST(SearchLineCache, LinesRewrittenUnderAFullRingAreNotReadStale) {
     TerminalOptions options;
     options.scrollback = 5;
