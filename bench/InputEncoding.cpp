@@ -2,6 +2,7 @@
 // with a replaced operator new. An encoder may allocate the reply it returns and nothing else,
 // so replies short enough for the string's inline buffer cost no allocation at all.
 #include "TerminalEngine/Terminal/Terminal.h"
+#include "TimeReporter.h"
 
 #include <atomic>
 #include <cstdio>
@@ -87,6 +88,19 @@ void BM_EncodeMouse(benchmark::State& state) {
     }
 }
 
+// The anchor: the same reply as "kitty ctrl-a" written with snprintf into a string, the way a
+// straightforward encoder would build it.
+void BM_AnchorSnprintf(benchmark::State& state) {
+    unsigned code = 97, modifiers = 5;
+    for (auto _ : state) {
+        char buffer[32];
+        int n = std::snprintf(buffer, sizeof buffer, "\x1b[%u;%uu", code, modifiers);
+        std::string reply(buffer, static_cast<std::size_t>(n));
+        benchmark::DoNotOptimize(reply);
+        benchmark::DoNotOptimize(code);
+    }
+}
+
 // Allocations of one call, and whether they stay within the reply: none for a reply that fits
 // the inline buffer, at most one otherwise.
 template <typename Encode>
@@ -106,8 +120,16 @@ int main(int argc, char** argv) {
     for (const Sample& s : samples())
         benchmark::RegisterBenchmark((std::string("key/") + s.name).c_str(), BM_EncodeKey, &s);
     benchmark::RegisterBenchmark("mouse/sgr motion", BM_EncodeMouse);
+    benchmark::RegisterBenchmark("anchor/snprintf of a CSI u reply", BM_AnchorSnprintf);
     benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
+    TimeReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (double anchor = reporter.cpu("anchor/snprintf of a CSI u reply"); anchor > 0) {
+        std::printf("\nprocessor time against the snprintf anchor:\n");
+        for (const auto& [name, time] : reporter.times)
+            if (!name.starts_with("anchor/"))
+                std::printf("%-28s %6.2fx\n", name.c_str(), time.first / anchor);
+    }
 
     std::printf("\n");
     Terminal& t = terminal();

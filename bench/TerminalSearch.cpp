@@ -4,9 +4,9 @@
 // also counts the time other processes had the processor), and as ratios to two anchors.
 #include "TerminalEngine/Search/SearchService.h"
 #include "TerminalEngine/Terminal/Terminal.h"
+#include "TimeReporter.h"
 
 #include <cstdio>
-#include <map>
 #include <random>
 #include <string>
 
@@ -101,18 +101,6 @@ void BM_AnchorFlatFind(benchmark::State& state) {
         benchmark::DoNotOptimize(all.find(kAbsent));
 }
 
-class TimeReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const auto& run : runs)
-            if (run.run_type == Run::RT_Iteration)
-                milliseconds[run.benchmark_name()] = {run.GetAdjustedCPUTime(), run.GetAdjustedRealTime()};
-    }
-    // Processor and wall time per search.
-    std::map<std::string, std::pair<double, double>> milliseconds;
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -136,10 +124,8 @@ int main(int argc, char** argv) {
     TimeReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
 
-    auto naive = reporter.milliseconds.find("anchor/naive per-line strings");
-    auto flat = reporter.milliseconds.find("anchor/find in one flat string");
-    const double naiveCpu = naive == reporter.milliseconds.end() ? 0 : naive->second.first;
-    const double flatCpu = flat == reporter.milliseconds.end() ? 0 : flat->second.first;
+    const double naiveCpu = reporter.cpu("anchor/naive per-line strings");
+    const double flatCpu = reporter.cpu("anchor/find in one flat string");
     std::printf("\nanchors (processor): naive per-line strings %.2f ms, one flat find %.2f ms\n", naiveCpu,
                 flatCpu);
     std::printf("%-16s %18s %18s %12s %12s   targets: cold < %.0f ms, warm < %.0f ms (processor)\n", "search",
@@ -147,9 +133,9 @@ int main(int argc, char** argv) {
                 kWarmTargetMs);
     bool met = true;
     for (const auto& [name, options] : variants) {
-        auto cold = reporter.milliseconds.find(std::string("cold/") + name);
-        auto warm = reporter.milliseconds.find(std::string("warm/") + name);
-        if (cold == reporter.milliseconds.end() || warm == reporter.milliseconds.end()) continue;
+        auto cold = reporter.times.find(std::string("cold/") + name);
+        auto warm = reporter.times.find(std::string("warm/") + name);
+        if (cold == reporter.times.end() || warm == reporter.times.end()) continue;
         auto [coldCpu, coldWall] = cold->second;
         auto [warmCpu, warmWall] = warm->second;
         bool ok = coldCpu < kColdTargetMs && warmCpu < kWarmTargetMs;
