@@ -119,6 +119,12 @@ bool isDigit(char32_t c) {
     return utf8proc_category(static_cast<utf8proc_int32_t>(c)) == UTF8PROC_CATEGORY_ND;
 }
 
+bool isNumber(char32_t c) {
+    if (c < 0x80) return c >= '0' && c <= '9';
+    auto cat = utf8proc_category(static_cast<utf8proc_int32_t>(c));
+    return cat >= UTF8PROC_CATEGORY_ND && cat <= UTF8PROC_CATEGORY_NO;
+}
+
 std::vector<std::size_t> clusterBoundaries(std::string_view text) {
     std::vector<std::size_t> bounds;
     utf8proc_int32_t state = 0;

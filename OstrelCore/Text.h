@@ -22,7 +22,8 @@ bool isWhitespace(char32_t c);   // White_Space
 bool isNewline(char32_t c);      // line feed, carriage return, VT, FF, NEL, LS, PS
 bool isAlphanumeric(char32_t c); // letters, marks, numbers
 bool isLetter(char32_t c);
-bool isDigit(char32_t c); // decimal digits of any script
+bool isDigit(char32_t c);  // decimal digits of any script
+bool isNumber(char32_t c); // numbers of any kind: digits, letter-like numerals, fractions
 
 // Number of extended grapheme clusters.
 std::size_t count(std::string_view text);

@@ -31,8 +31,6 @@ bool isCharsetDesignator(std::uint8_t final) {
 EscapeSequenceParser::EscapeSequenceParser(Terminal* terminal)
     : terminal(terminal)
     , profile_(profilingRequested()) {
-    _pars.reserve(32);
-    _parsTxt.reserve(32);
     _collect.reserve(8);
     csiHandlerFallback = [](Params, std::string_view, std::uint8_t final) {
         std::printf("Cannot handle ESC-%d\n", final);
@@ -44,7 +42,7 @@ void EscapeSequenceParser::reset() {
     _osc.clear();
     _apc.clear();
     _collect.clear();
-    _pars.assign(1, 0);
+    _pars.reset();
     activeDcsHandler.reset();
     if (printStateReset) printStateReset();
 }
@@ -89,10 +87,8 @@ void EscapeSequenceParser::parse(ByteSpan data) {
     auto clearAction = [&](std::int64_t i) {
         flushPrint(i);
         abandonDcs();
-        _pars.resize(1);
-        _pars[0] = 0;
+        _pars.reset();
         _collect.clear();
-        _parsTxt.clear();
         _osc.clear();
         _apc.clear();
         if (printStateReset) printStateReset();
@@ -134,8 +130,7 @@ void EscapeSequenceParser::parse(ByteSpan data) {
                 } else if (b == ';' || (b == ':' && reached == S::csiParam)) {
                     _pars.back() = current;
                     current = 0;
-                    _parsTxt.push_back(b);
-                    _pars.push_back(0);
+                    _pars.separate(b);
                 } else {
                     break;
                 }
@@ -214,7 +209,7 @@ void EscapeSequenceParser::parse(ByteSpan data) {
                 ps.osc = _osc;
                 ps.apc = _apc;
                 ps.collect = _collect;
-                ps.parameters = _pars;
+                ps.parameters.assign(_pars.begin(), _pars.end());
                 ParsingState result = errorHandler ? errorHandler(std::move(ps)) : std::move(ps);
                 if (result.abort) return;
             }
@@ -282,14 +277,16 @@ void EscapeSequenceParser::parse(ByteSpan data) {
         case A::csiDispatch: csiDispatch(_pars, asView(_collect), code); break;
         case A::param:
             if (code == ':' || code == ';') {
-                _parsTxt.push_back(code);
-                _pars.push_back(0);
+                _pars.separate(code);
             } else {
                 std::int64_t value = _pars.back() * 10 + (code - '0');
                 _pars.back() = value > parameterClamp ? 0 : value;
             }
             break;
-        case A::collect: _collect.push_back(code); break;
+        case A::collect:
+            // Real sequences carry two or three of these; a flood of them is cut off.
+            if (_collect.size() < maxCollect) _collect.push_back(code);
+            break;
         case A::escDispatch: escDispatch(asView(_collect), code); break;
         case A::clear: clearAction(i); break;
         case A::dcsHook:

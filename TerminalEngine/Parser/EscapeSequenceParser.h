@@ -3,6 +3,7 @@
 // UTF-8; that belongs to the print path. Every sequence resumes across calls of parse().
 #pragma once
 
+#include "TerminalEngine/Parser/ParameterList.h"
 #include "TerminalEngine/Parser/TransitionTable.h"
 
 #include <cstdint>
@@ -49,6 +50,8 @@ class EscapeSequenceParser {
 public:
     // Parameters never overflow: a value growing past this becomes 0.
     static constexpr std::int64_t parameterClamp = 0x0CCCCCCCCCCCCCC2;
+    // Private markers and intermediates kept per sequence.
+    static constexpr std::size_t maxCollect = 64;
 
     explicit EscapeSequenceParser(Terminal* terminal);
 
@@ -57,9 +60,7 @@ public:
 
     ParserState state() const { return currentState; }
     // Separators (":" or ";") between the parameters of the CSI being dispatched.
-    std::string_view parsTxt() const {
-        return {reinterpret_cast<const char*>(_parsTxt.data()), _parsTxt.size()};
-    }
+    std::string_view parsTxt() const { return _pars.separators(); }
 
     std::unordered_map<std::int64_t, std::function<void(ByteSpan)>> oscHandlers;
     std::unique_ptr<DcsHandler> activeDcsHandler;
@@ -88,8 +89,7 @@ private:
 
     Bytes _osc;
     Bytes _apc;
-    std::vector<std::int64_t> _pars{0};
-    Bytes _parsTxt;
+    ParameterList _pars;
     Bytes _collect;
     bool profile_ = false;
 };
