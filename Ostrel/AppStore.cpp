@@ -5,6 +5,7 @@
 #include "Ostrel/GitBranch.h"
 #include "Ostrel/LoginEnv.h"
 #include "Ostrel/Paths.h"
+#include "Ostrel/SettingKeys.h"
 #include "Ostrel/WorkerPool.h"
 #include "OstrelCore/PanePlacement.h"
 #include "OstrelCore/ResumeCommand.h"
@@ -81,11 +82,12 @@ AppStore::AppStore(std::string stateURL, Settings& settings, Options options)
     , gate_(std::make_shared<BackgroundGate>()) {
     gate_->store = this;
     Paths::ensureFolder(std::filesystem::path(stateURL_).parent_path().string());
-    sidebarHidden_ = settings_.boolean(sidebarSetting, false);
+    sidebarHidden_ = isOn(settings_, SettingKeys::sidebarHidden);
     load();
 }
 
 AppStore::~AppStore() {
+    if (notifications_ != nullptr) notifications_->onReveal = nullptr;
     {
         std::lock_guard guard(gate_->lock);
         gate_->open = false;
@@ -286,7 +288,7 @@ void AppStore::closeSelected() {
         if (hooks.closeKeyWindow) hooks.closeKeyWindow();
         return;
     }
-    if (!settings_.boolean(confirmCloseSetting, true) || !selected->status().isAlive()) {
+    if (!isOn(settings_, SettingKeys::confirmSessionClose) || !selected->status().isAlive()) {
         close(selected);
         return;
     }
@@ -305,6 +307,7 @@ void AppStore::close(const Session& target) {
     usageEvents_.send(UsageEvents::Event{"session_duration", target->kind(), std::max(seconds, 0.0),
                                          std::nullopt, std::nullopt});
     usageEvents_.send("session_close", target->kind());
+    if (notifications_ != nullptr) notifications_->clearDelivered(target->id());
     if (auto found = layouts_.find(target->projectID()); found != layouts_.end())
         found->second = found->second.removingSession(target->id());
     target->onChange = nullptr;
@@ -334,7 +337,7 @@ void AppStore::dismissOverlays() {
 void AppStore::setSidebarHidden(bool hidden) {
     if (hidden == sidebarHidden_) return;
     sidebarHidden_ = hidden;
-    settings_.setBoolean(sidebarSetting, hidden);
+    settings_.setBoolean(SettingKeys::sidebarHidden.key, hidden);
     changed();
 }
 
@@ -349,7 +352,7 @@ void AppStore::installCallbacks(const Session& target) {
     };
     target->onAttention = [this](SessionController& self) { sessionNeedsAttention(self); };
     target->onWaitAnswered = [this, weak] {
-        if (auto self = weak.lock(); self && hooks.clearDelivered) hooks.clearDelivered(self->id());
+        if (auto self = weak.lock(); self && notifications_) notifications_->clearDelivered(self->id());
     };
 }
 
@@ -372,12 +375,31 @@ void AppStore::sessionHostAttached(SessionController& target) {
 }
 
 void AppStore::sessionNeedsAttention(SessionController& target) {
-    // On screen in the application the person is using: they see it already.
-    if (selectedSessionID_ == target.id() && applicationActive_) {
-        target.clearAttention();
+    const SessionVisibility visibility{selectedSessionID_ == target.id(), applicationActive_};
+    if (notifications_ == nullptr) {
+        // On screen in the application the person is using: they see it already.
+        if (visibility.selected && visibility.applicationActive) target.clearAttention();
         return;
     }
-    if (hooks.notify) hooks.notify(target, projectOf(target));
+    const auto owner = projectOf(target);
+    const NotificationSubject subject{target.id(), target.displayTitle(), target.status(),
+                                      target.pendingRequest(),
+                                      owner ? std::optional(owner->name) : std::nullopt};
+    if (notifications_->attention(subject, visibility) == Attention::seen) target.clearAttention();
+}
+
+void AppStore::setNotifications(SessionNotifications* notifications) {
+    assertMainThread();
+    if (notifications_ != nullptr) notifications_->onReveal = nullptr;
+    notifications_ = notifications;
+    if (notifications_ == nullptr) return;
+    // Ids only: the session may be gone by the time the click arrives.
+    notifications_->onReveal = [this](const UUID& sessionID) {
+        Session target = session(sessionID);
+        if (!target) return;
+        if (hooks.activateApplication) hooks.activateApplication();
+        select(target);
+    };
 }
 
 // MARK: Pane trees
@@ -578,7 +600,7 @@ std::map<UUID, std::vector<RestorableSession>> AppStore::restorableSessions() co
 
 void AppStore::restoreSessions(const std::map<UUID, std::vector<RestorableSession>>& records) {
     assertMainThread();
-    if (!settings_.boolean(restoreSetting, true)) return;
+    if (!isOn(settings_, SettingKeys::restoreEnabled)) return;
     for (const auto& [projectID, list] : records) {
         if (findProject(projectID) == nullptr) continue; // the project was removed since
         PaneNode projectTree = tree(projectID);

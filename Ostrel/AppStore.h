@@ -6,6 +6,7 @@
 #include "Ostrel/MainTimer.h"
 #include "Ostrel/SavedState.h"
 #include "Ostrel/SessionController.h"
+#include "Ostrel/SessionNotifications.h"
 #include "Ostrel/Settings.h"
 #include "Ostrel/UsageEvents.h"
 #include "OstrelCore/PaneLayout.h"
@@ -78,9 +79,6 @@ public:
 
     // Services that are wired in by their own modules; each may stay empty.
     struct Hooks {
-        // Notifier: a session in the background needs the person; a wait was answered by typing.
-        std::function<void(const SessionController&, const std::optional<Project>&)> notify;
-        std::function<void(const UUID& sessionID)> clearDelivered;
         // Remote server: the snapshot changed, long polls should wake.
         std::function<void(std::int64_t revision)> remoteChanged;
         // View: close the key window, give a session's terminal the keyboard focus, bring the
@@ -89,11 +87,6 @@ public:
         std::function<void(SessionController&)> focusTerminal;
         std::function<void()> activateApplication;
     };
-
-    // Settings read here, with their defaults.
-    static constexpr std::string_view restoreSetting = "restore.enabled";          // true
-    static constexpr std::string_view sidebarSetting = "sidebarHidden";            // false
-    static constexpr std::string_view confirmCloseSetting = "confirmSessionClose"; // true
 
     // The data folder's former name. At process start, before anything reads the data folder, a
     // folder of that name is renamed to the current one when the current one doesn't exist yet.
@@ -224,6 +217,11 @@ public:
     std::function<void(bool terminate)> onQuitReply;
     Hooks hooks;
 
+    // Desktop notifications, installed once at start (none: attention stays in the sidebar). The
+    // store answers their clicks: a click on a notification selects its session. The approve and
+    // deny buttons are answered where sessions learn to answer approvals.
+    void setNotifications(SessionNotifications* notifications);
+
 private:
     void assertMainThread() const;
     void changed();
@@ -265,6 +263,7 @@ private:
     bool confirmingQuit_ = false;
     bool quitReplyPending_ = false;
     bool applicationActive_ = true;
+    SessionNotifications* notifications_ = nullptr;
     std::map<UUID, std::vector<RestorableSession>> pendingRestore_;
 
     // Background branch reads hop back only while this is open; the destructor closes it, so a

@@ -14,7 +14,7 @@ using Table = std::unordered_map<std::string_view, const LocalizedText*>;
 const Table& table() {
     static const Table all = [] {
         Table t;
-        for (auto tableOf : {commonStrings, workspaceStrings, inspectStrings})
+        for (auto tableOf : {commonStrings, workspaceStrings, inspectStrings, notificationStrings})
             for (const LocalizedText& entry : tableOf())
                 t.emplace(entry.key, &entry);
         return t;

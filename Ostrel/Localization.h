@@ -58,5 +58,6 @@ public:
 std::span<const LocalizedText> commonStrings();
 std::span<const LocalizedText> workspaceStrings();
 std::span<const LocalizedText> inspectStrings();
+std::span<const LocalizedText> notificationStrings();
 
 } // namespace Ostrel

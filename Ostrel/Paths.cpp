@@ -1,6 +1,7 @@
 // User folders and whole-file writes.
 #include "Ostrel/Paths.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -70,25 +71,6 @@ bool writeFileAtomically(const std::string& path, std::string_view contents) {
     return ok;
 }
 
-std::optional<std::string> readFile(const std::string& path, std::size_t limit) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    std::string out;
-    char buffer[65536];
-    while (true) {
-        ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 || out.size() + static_cast<std::size_t>(n) > limit) {
-            ::close(fd);
-            return std::nullopt;
-        }
-        if (n == 0) break;
-        out.append(buffer, static_cast<std::size_t>(n));
-    }
-    ::close(fd);
-    return out;
-}
-
 namespace {
 
 bool readFully(int fd, std::string& out, std::size_t count) {
@@ -105,34 +87,68 @@ bool readFully(int fd, std::string& out, std::size_t count) {
     return true;
 }
 
+// Opens a regular file for reading. The open never blocks (a FIFO or device planted where a
+// file is expected is refused, not waited on) and the size comes with it.
+struct RegularFile {
+    int fd = -1;
+    std::uint64_t size = 0;
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+    explicit RegularFile(const std::string& path) {
+        int opened = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        if (opened < 0) return;
+        struct stat info {};
+        if (::fstat(opened, &info) != 0 || !S_ISREG(info.st_mode)) {
+            ::close(opened);
+            return;
+        }
+        fd = opened;
+        size = static_cast<std::uint64_t>(info.st_size);
+    }
+    ~RegularFile() {
+        if (fd >= 0) ::close(fd);
+    }
+    bool isOpen() const { return fd >= 0; }
+};
+
 } // namespace
 
-std::optional<Tail> readTail(const std::string& path, std::size_t count) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    struct stat info {};
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        ::close(fd);
-        return std::nullopt;
+std::optional<std::string> readFile(const std::string& path, std::size_t limit) {
+    RegularFile file(path);
+    if (!file.isOpen() || file.size > limit) return std::nullopt;
+    std::string out;
+    out.reserve(static_cast<std::size_t>(file.size));
+    char buffer[65536];
+    while (true) {
+        ssize_t n = ::read(file.fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        // A file that grows past the limit while being read is refused as a whole.
+        if (n < 0 || out.size() + static_cast<std::size_t>(n) > limit) return std::nullopt;
+        if (n == 0) break;
+        out.append(buffer, static_cast<std::size_t>(n));
     }
-    auto size = static_cast<std::uint64_t>(info.st_size);
-    std::uint64_t start = size > count ? size - count : 0;
+    return out;
+}
+
+std::optional<Tail> readTail(const std::string& path, std::size_t count) {
+    RegularFile file(path);
+    if (!file.isOpen()) return std::nullopt;
+    std::uint64_t start = file.size > count ? file.size - count : 0;
     Tail tail;
-    tail.size = size;
-    bool ok = ::lseek(fd, static_cast<off_t>(start), SEEK_SET) >= 0 &&
-              readFully(fd, tail.bytes, static_cast<std::size_t>(size - start));
-    ::close(fd);
+    tail.size = file.size;
+    bool ok = ::lseek(file.fd, static_cast<off_t>(start), SEEK_SET) >= 0 &&
+              readFully(file.fd, tail.bytes, static_cast<std::size_t>(file.size - start));
     if (!ok) return std::nullopt;
     return tail;
 }
 
 std::optional<std::string> readHead(const std::string& path, std::size_t count) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
+    RegularFile file(path);
+    if (!file.isOpen()) return std::nullopt;
     std::string head;
-    bool ok = readFully(fd, head, count);
-    ::close(fd);
-    if (!ok) return std::nullopt;
+    // The buffer is sized by what the file holds, not by how much was asked for.
+    if (!readFully(file.fd, head, static_cast<std::size_t>(std::min<std::uint64_t>(count, file.size))))
+        return std::nullopt;
     return head;
 }
 

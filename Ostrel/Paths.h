@@ -20,7 +20,8 @@ bool ensureFolder(const std::string& path);
 // leaves half a file (no fsync: the files are small and rewritten often; a process crash is what
 // they must survive). False on any failure (the old file then stays as it was).
 bool writeFileAtomically(const std::string& path, std::string_view contents);
-// The whole file, or none when it can't be read.
+// The readers below take regular files only (a FIFO or device in a file's place gives none,
+// without blocking). The whole file, or none when it can't be read or is over `limit`.
 std::optional<std::string> readFile(const std::string& path, std::size_t limit = 64u << 20);
 // The last `count` bytes of a file (all of a shorter one), with the file's size at the read.
 struct Tail {

@@ -2,6 +2,7 @@
 #include "Ostrel/UsageEvents.h"
 
 #include "Ostrel/Paths.h"
+#include "Ostrel/SettingKeys.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -59,7 +60,7 @@ UsageEvents::UsageEvents(std::string path, const Settings& settings)
     , settings_(settings) {}
 
 void UsageEvents::send(const Event& event) {
-    if (!settings_.boolean(settingKey, true)) return;
+    if (!isOn(settings_, SettingKeys::telemetryEnabled)) return;
     nlohmann::json line{{"event", event.name}};
     if (event.kind) line["kind"] = OstrelCore::rawValue(*event.kind);
     if (event.seconds) line["seconds"] = *event.seconds;

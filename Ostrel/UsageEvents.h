@@ -16,7 +16,6 @@ namespace Ostrel {
 
 class UsageEvents {
 public:
-    static constexpr std::string_view settingKey = "telemetry.enabled";
     // Past this size the older half of the file is dropped, so the log never grows without end.
     static constexpr std::size_t maxFileBytes = 512 * 1024;
 

@@ -62,6 +62,10 @@ public:
     int getWidth(int index) const { return data_[index].width; }
     bool hasContent(int index) const { return data_[index].hasContent(); }
     bool hasAnyContent() const;
+    // Every cell from this column to the end holds uniformCell(): what a reader that only wants
+    // the content may skip. Conservative: the content may end earlier.
+    int uniformFrom() const { return uniformFrom_ < cols_ ? uniformFrom_ : cols_; }
+    const CharData& uniformCell() const { return uniformValue_; }
     // Columns up to and including the last cell holding a character (a wide one counts whole).
     int getTrimmedLength() const;
 

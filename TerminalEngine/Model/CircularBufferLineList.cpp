@@ -42,6 +42,7 @@ BufferLine& CircularBufferLineList::at(int index) const {
 }
 
 void CircularBufferLineList::swap(int a, int b) {
+    ++layoutGeneration_;
     a = checkedIndex(a, "swap");
     b = checkedIndex(b, "swap");
     materialize(a);
@@ -50,10 +51,12 @@ void CircularBufferLineList::swap(int a, int b) {
 }
 
 void CircularBufferLineList::set(int index, std::unique_ptr<BufferLine> line) {
+    ++layoutGeneration_;
     slot(checkedIndex(index, "set")) = std::move(line);
 }
 
 void CircularBufferLineList::setCount(int newCount) {
+    ++layoutGeneration_;
     newCount = std::clamp(newCount, 0, maxLength_);
     // Slots past the old end may hold lines displaced by shiftElements; whatever is cut off or
     // newly exposed starts over as an empty slot.
@@ -63,6 +66,7 @@ void CircularBufferLineList::setCount(int newCount) {
 }
 
 void CircularBufferLineList::setMaxLength(int newMaxLength) {
+    ++layoutGeneration_;
     newMaxLength = std::max(newMaxLength, 1);
     if (newMaxLength == maxLength_) return;
     std::vector<std::unique_ptr<BufferLine>> next(static_cast<std::size_t>(newMaxLength));
@@ -80,6 +84,7 @@ void CircularBufferLineList::reportPushed(const BufferLine* line) const {
 }
 
 void CircularBufferLineList::dropOldest(int n) {
+    ++layoutGeneration_;
     n = std::clamp(n, 0, count_);
     if (onLineRecycled) {
         for (int i = 0; i < n; ++i)
@@ -90,6 +95,7 @@ void CircularBufferLineList::dropOldest(int n) {
 }
 
 void CircularBufferLineList::push(std::unique_ptr<BufferLine> line) {
+    ++layoutGeneration_;
     const BufferLine* entering = line.get();
     if (count_ == maxLength_) dropOldest(1);
     slot(count_) = std::move(line);
@@ -103,6 +109,7 @@ BufferLine& CircularBufferLineList::recycle(const Attribute& attribute, bool isW
         std::abort();
     }
     BufferLine& line = materialize(0);
+    ++layoutGeneration_;
     bool hadImages = carriesImages(&line);
     startIndex_ = getCyclicIndex(1);
     const CharData blank(attribute, 0, 1);
@@ -116,6 +123,7 @@ BufferLine& CircularBufferLineList::recycle(const Attribute& attribute, bool isW
 }
 
 std::unique_ptr<BufferLine> CircularBufferLineList::pop() {
+    ++layoutGeneration_;
     if (count_ == 0) return nullptr;
     materialize(count_ - 1);
     --count_;
@@ -123,6 +131,7 @@ std::unique_ptr<BufferLine> CircularBufferLineList::pop() {
 }
 
 void CircularBufferLineList::trimStart(int count) {
+    ++layoutGeneration_;
     count = std::clamp(count, 0, count_);
     for (int i = 0; i < count; ++i)
         slot(i).reset();
@@ -131,6 +140,7 @@ void CircularBufferLineList::trimStart(int count) {
 }
 
 void CircularBufferLineList::shiftElements(int start, int count, int offset) {
+    ++layoutGeneration_;
     if (count <= 0 || offset == 0) return;
     if (start < 0 || start >= count_) {
         std::fprintf(stderr, "CircularBufferLineList.shiftElements: start %d outside 0..%d\n", start,
@@ -181,6 +191,7 @@ void CircularBufferLineList::shiftElements(int start, int count, int offset) {
 }
 
 void CircularBufferLineList::insertLines(int start, std::unique_ptr<BufferLine>* items, int n) {
+    ++layoutGeneration_;
     start = std::clamp(start, 0, count_);
     if (n <= 0) return;
     int overflow = count_ + n - maxLength_;
@@ -206,6 +217,7 @@ void CircularBufferLineList::insertLines(int start, std::unique_ptr<BufferLine>*
 
 void CircularBufferLineList::splice(int start, int deleteCount,
                                     std::vector<std::unique_ptr<BufferLine>> items) {
+    ++layoutGeneration_;
     start = std::clamp(start, 0, count_);
     deleteCount = std::clamp(deleteCount, 0, count_ - start);
     if (deleteCount > 0) {

@@ -5,6 +5,7 @@
 
 #include "TerminalEngine/Model/BufferLine.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -60,6 +61,10 @@ public:
         return physical < 0 ? physical + maxLength_ : physical;
     }
 
+    // Goes up whenever a line moves, enters or leaves (not when one is written): while it stands
+    // still, every index names the same line object as before.
+    std::uint64_t layoutGeneration() const { return layoutGeneration_; }
+
     // Lines in the ring that carry images, counted from scratch (after bulk edits).
     int countLinesWithImages() const;
 
@@ -90,6 +95,7 @@ private:
     mutable std::vector<std::unique_ptr<BufferLine>> array_;
     int startIndex_ = 0;
     int count_ = 0;
+    std::uint64_t layoutGeneration_ = 0;
     int maxLength_ = 0;
     MakeEmpty makeEmpty_;
 };

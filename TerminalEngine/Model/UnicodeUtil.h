@@ -34,6 +34,12 @@ public:
     static int clusterWidth(std::span<const char32_t> scalars, RegionalIndicatorWidth regionalIndicatorWidth);
 
     static constexpr int sequenceLength(std::uint8_t leadEntry) { return leadEntry & 0x0F; }
+    // Bytes of the character that starts with `lead` in valid UTF-8; 1 for ASCII and for a byte
+    // that leads nothing, so that a walk over damaged text still moves on.
+    static int characterLength(std::uint8_t lead) {
+        int n = sequenceLength(utf8LeadTable[lead]);
+        return n < 2 ? 1 : n;
+    }
     static constexpr bool utf8SecondByteOk(std::uint8_t leadEntry, std::uint8_t second) {
         switch (leadEntry >> 4) {
         case 0x1: return second >= 0xA0 && second <= 0xBF;

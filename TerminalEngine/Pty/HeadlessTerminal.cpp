@@ -36,6 +36,7 @@ void HeadlessTerminal::processTerminated(LocalProcess&, std::optional<std::int32
 
 void HeadlessTerminal::dataReceived(std::span<const std::uint8_t> slice) {
     terminal->parse(slice);
+    if (onOutput) onOutput(slice);
 }
 
 WindowSize HeadlessTerminal::getWindowSize() {

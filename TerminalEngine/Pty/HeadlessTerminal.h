@@ -37,6 +37,8 @@ public:
     std::unique_ptr<Terminal> terminal;
     std::shared_ptr<LocalProcess> process;
     std::function<void(std::optional<std::int32_t>)> onEnd;
+    // Called after each chunk of output has gone through the terminal.
+    std::function<void(std::span<const std::uint8_t>)> onOutput;
     std::optional<std::string> dir;
     std::vector<Image> images;
 

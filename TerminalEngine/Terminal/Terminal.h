@@ -3,11 +3,14 @@
 // that calls parse), as a rule the main thread.
 #pragma once
 
+#include "TerminalEngine/Input/KittyKeyboard.h"
+#include "TerminalEngine/Input/MouseEvent.h"
 #include "TerminalEngine/Model/Buffer.h"
 #include "TerminalEngine/Model/CharSets.h"
 #include "TerminalEngine/Model/Color.h"
 #include "TerminalEngine/Model/GraphemeTable.h"
 #include "TerminalEngine/Parser/EscapeSequenceParser.h"
+#include "TerminalEngine/Terminal/LinkMatch.h"
 #include "TerminalEngine/Terminal/TerminalDelegate.h"
 #include "TerminalEngine/Terminal/TerminalOptions.h"
 
@@ -31,6 +34,8 @@ enum class MouseMode : std::uint8_t { off, x10, vt200, buttonEventTracking, anyE
 enum class MouseProtocolEncoding : std::uint8_t { x10, utf8, sgr, urxvt, sgrPixel };
 
 // The kitty keyboard protocol state of one buffer: the active flags and the pushed ones.
+// Deeper pushes than any program nests drop the oldest entry.
+constexpr std::size_t maximumKeyboardStackDepth = 4096;
 struct KeyboardModeState {
     int flags = 0;
     std::vector<int> stack;
@@ -212,6 +217,45 @@ public:
     }
     bool handleKittyKeyboardProtocol(Params pars, std::string_view collect);
     void sendFocusReport();
+
+    // Input from the view (TerminalInput.cpp). Each encoder returns the bytes for the program;
+    // the send variants pass them to the delegate.
+    // The kitty form of a key under the active flags: none means the legacy way applies, empty
+    // bytes that the event is not reported.
+    std::optional<std::string> encodeKittyKey(const KittyKeyEvent& event) const;
+    // The xterm form; none for keys that send nothing (releases, modifier keys, media keys).
+    std::optional<std::string> encodeLegacyKey(const KittyKeyEvent& event,
+                                               LegacyKeyOptions legacy = {}) const;
+    // Either form, as the program asked; empty when nothing is sent.
+    std::string encodeKey(const KittyKeyEvent& event, LegacyKeyOptions legacy = {}) const;
+    bool sendKey(const KittyKeyEvent& event, LegacyKeyOptions legacy = {});
+    // Mouse button byte: button 0 left, 1 middle, 2 right, 4 and 5 the wheel.
+    int encodeButton(int button, bool release, bool shift, bool meta, bool control) const;
+    // A report in the active encoding; a release is a button value whose low bits are 3.
+    void sendEvent(int buttonFlags, int x, int y);
+    void sendEvent(int buttonFlags, int x, int y, int pixelX, int pixelY);
+    // The report of an event under the active mouse mode and encoding; none when the mode does
+    // not report it.
+    std::optional<std::string> encodeMouse(const MouseEvent& event) const;
+    bool sendMouse(const MouseEvent& event);
+    std::string encodeMouseReport(int buttonFlags, bool release, int x, int y, int pixelX, int pixelY) const;
+    // The view gained or lost focus: reported to programs that asked (mode 1004).
+    void setFocused(bool focused);
+    std::string encodePaste(std::string_view text) const;
+    void paste(std::string_view text);
+    // Moves the display to start at a buffer row (clamped), as scrolling back does.
+    void scrollDisplayTo(int yDisp);
+
+    // Links under a position (TerminalLinks.cpp).
+    using LinkMatch = TerminalEngine::LinkMatch;
+    using LinkLookupLocation = TerminalEngine::LinkLookupLocation;
+    using LinkLookupMode = TerminalEngine::LinkLookupMode;
+    std::optional<std::string> link(LinkLookupLocation at, LinkLookupMode mode);
+    std::optional<LinkMatch> linkMatch(LinkLookupLocation at, LinkLookupMode mode);
+    std::optional<LinkMatch> explicitLinkMatch(Position at);
+    std::optional<LinkMatch> implicitLinkMatch(Position at);
+    // An OSC 8 payload "params;URI" as (params, URI); none without a URI.
+    static std::optional<std::pair<std::string, std::string>> parseHyperlinkPayload(std::string_view payload);
 
     // Palette.
     void installColors(std::vector<Color> colors);

@@ -227,6 +227,12 @@ bool Terminal::handleKittyKeyboardProtocol(Params pars, std::string_view collect
     }
     case '>': {
         std::int64_t value = pars.empty() ? 0 : pars[0];
+        // Programs push once when they start and pop when they leave; a stream that only pushes
+        // must not grow the stack without end, so past the limit the oldest entries go.
+        if (state.stack.size() >= maximumKeyboardStackDepth)
+            state.stack.erase(state.stack.begin(),
+                              state.stack.begin() + static_cast<std::ptrdiff_t>(
+                                                        state.stack.size() - maximumKeyboardStackDepth + 1));
         state.stack.push_back(state.flags);
         state.flags = static_cast<int>(value & knownMask);
         return true;

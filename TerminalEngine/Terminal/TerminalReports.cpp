@@ -62,6 +62,31 @@ std::optional<int> parseInt(std::string_view text) {
     return value;
 }
 
+// The payload as UTF-8; bytes that are not are read one by one as ASCII would, each bad one as
+// U+FFFD, so that what is stored is always text (it ends up in JSON and in window titles).
+std::string decodeUtf8OrAscii(std::string_view text) {
+    if (isValidUtf8(text)) return std::string(text);
+    std::string out;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        auto b = static_cast<unsigned char>(text[i]);
+        std::uint8_t entry = UnicodeUtil::utf8LeadTable[b];
+        auto length = static_cast<std::size_t>(UnicodeUtil::sequenceLength(entry));
+        if (b >= 0x80 && length >= 2 && length <= 4 && i + length <= text.size() &&
+            isValidUtf8(text.substr(i, length))) {
+            out.append(text.substr(i, length));
+            i += length;
+        } else if (b < 0x80) {
+            out.push_back(static_cast<char>(b));
+            ++i;
+        } else {
+            out += "\xEF\xBF\xBD";
+            ++i;
+        }
+    }
+    return out;
+}
+
 std::string hex4(unsigned value) {
     char buf[8];
     std::snprintf(buf, sizeof buf, "%04x", value & 0xFFFF);
@@ -198,7 +223,8 @@ void Terminal::cmdDecRqm(Params pars, bool decMode) {
 }
 
 void Terminal::cmdSetConformanceLevel(Params pars) {
-    if (pars.empty()) return;
+    // "CSI " p" with nothing in it arrives as a single 0, which names no level.
+    if (pars.empty() || (pars.size() == 1 && pars[0] == 0)) return;
     std::int64_t level = pars[0];
     if (level == 61) {
         conformance = TerminalConformance::vt100;
@@ -444,12 +470,12 @@ void Terminal::setIconTitle(std::string_view text) {
 // MARK: Working directory and document
 
 void Terminal::oscSetCurrentDirectory(ByteSpan payload) {
-    hostCurrentDirectory = std::string(asText(payload));
+    hostCurrentDirectory = decodeUtf8OrAscii(asText(payload));
     if (auto* d = delegate()) d->hostCurrentDirectoryUpdated(*this);
 }
 
 void Terminal::oscSetCurrentDocument(ByteSpan payload) {
-    hostCurrentDocument = std::string(asText(payload));
+    hostCurrentDocument = decodeUtf8OrAscii(asText(payload));
     if (auto* d = delegate()) d->hostCurrentDocumentUpdated(*this);
 }
 

@@ -1,5 +1,6 @@
-// ostrel-term: runs a program inside a headless terminal and prints the final screen, or replays
-// a recorded byte stream through the engine. How the engine is debugged and tested end to end.
+// ostrel-term: runs a program inside a headless terminal, optionally typing into it, and prints the
+// final screen, or replays a recorded byte stream through the engine. How the engine is debugged
+// and tested end to end.
 #include "TerminalEngine/Pty/HeadlessTerminal.h"
 #include "TerminalEngine/Terminal/ScreenSnapshot.h"
 #include "TerminalEngine/Terminal/Terminal.h"
@@ -10,7 +11,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -28,6 +32,91 @@ namespace {
 using namespace TerminalEngine;
 
 constexpr std::size_t replayChunk = 64 * 1024;
+// Input waits for the program's output to pause this long, and never longer than the limit after
+// the previous piece, so that a program that keeps printing still gets it.
+constexpr auto inputMaximumWait = std::chrono::seconds(2);
+
+// The text of --input with its escapes (\e \r \n \t \a \b \\ \xHH) turned into bytes.
+std::optional<std::string> unescapeInput(std::string_view text, std::string& error) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out.push_back(text[i]);
+            continue;
+        }
+        if (++i >= text.size()) {
+            error = "a backslash ends the text";
+            return std::nullopt;
+        }
+        switch (text[i]) {
+        case 'e':
+        case 'E': out.push_back('\x1b'); break;
+        case 'r': out.push_back('\r'); break;
+        case 'n': out.push_back('\n'); break;
+        case 't': out.push_back('\t'); break;
+        case 'a': out.push_back('\a'); break;
+        case 'b': out.push_back('\b'); break;
+        case '\\': out.push_back('\\'); break;
+        case 'x': {
+            auto hex = [](char c) {
+                return c >= '0' && c <= '9'   ? c - '0'
+                       : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                       : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                              : -1;
+            };
+            if (i + 2 >= text.size() || hex(text[i + 1]) < 0 || hex(text[i + 2]) < 0) {
+                error = "\\x needs two hexadecimal digits";
+                return std::nullopt;
+            }
+            out.push_back(static_cast<char>(hex(text[i + 1]) * 16 + hex(text[i + 2])));
+            i += 2;
+            break;
+        }
+        default: error = std::string("unknown escape \\") + text[i]; return std::nullopt;
+        }
+    }
+    return out;
+}
+
+// Types the pieces of --input into the program one by one, each once its output has been quiet
+// for the settle time (or the first right away if it prints nothing at all).
+class InputFeeder {
+public:
+    InputFeeder(asio::io_context& loop, HeadlessTerminal& host, std::vector<std::string> pieces,
+                std::chrono::milliseconds settle)
+        : timer_(loop)
+        , host_(host)
+        , pieces_(std::move(pieces))
+        , settle_(settle) {}
+
+    void start() {
+        lastPiece_ = std::chrono::steady_clock::now();
+        arm();
+    }
+    void outputArrived() {
+        if (next_ < pieces_.size()) arm();
+    }
+    bool done() const { return next_ >= pieces_.size(); }
+
+private:
+    void arm() {
+        auto now = std::chrono::steady_clock::now();
+        timer_.expires_at(std::min(now + settle_, lastPiece_ + inputMaximumWait));
+        timer_.async_wait([this](const std::error_code& error) {
+            if (error || done()) return;
+            host_.send(pieces_[next_++]);
+            lastPiece_ = std::chrono::steady_clock::now();
+            if (!done()) arm();
+        });
+    }
+
+    asio::steady_timer timer_;
+    HeadlessTerminal& host_;
+    std::vector<std::string> pieces_;
+    std::chrono::milliseconds settle_;
+    std::size_t next_ = 0;
+    std::chrono::steady_clock::time_point lastPiece_;
+};
 
 struct ReplayDelegate : TerminalDelegate {
     void send(Terminal&, std::span<const std::uint8_t>) override {} // no child to answer
@@ -98,7 +187,7 @@ int exitStatusOf(std::optional<std::int32_t> raw) {
 }
 
 int run(const std::vector<std::string>& command, const TerminalOptions& options, bool json, bool scrollback,
-        bool verbose, double timeoutSeconds) {
+        bool verbose, double timeoutSeconds, std::vector<std::string> input, int inputDelayMs) {
     auto program = resolveProgram(command.front());
     if (!program) {
         std::fprintf(stderr, "ostrel-term: %s: command not found\n", command.front().c_str());
@@ -116,12 +205,16 @@ int run(const std::vector<std::string>& command, const TerminalOptions& options,
         ended = true;
     });
     host->terminal->silentLog = !verbose;
+    InputFeeder feeder(loop, *host, std::move(input), std::chrono::milliseconds(inputDelayMs));
+    host->onOutput = [&](std::span<const std::uint8_t>) { feeder.outputArrived(); };
     std::vector<std::string> args(command.begin() + 1, command.end());
     host->process->startProcess(*program, args, childEnvironment(options.termName), command.front());
     if (host->process->shellPid() == 0) {
         std::fprintf(stderr, "ostrel-term: could not start %s\n", program->c_str());
         return 126;
     }
+
+    feeder.start();
 
     // Ctrl-C, a termination request or the time limit end the program; the screen is still printed.
     bool interrupted = false;
@@ -153,6 +246,7 @@ int run(const std::vector<std::string>& command, const TerminalOptions& options,
     signals.cancel();
     limit.cancel();
     loop.poll();
+    host->onOutput = nullptr;
 
     printScreen(*host->terminal, json, scrollback);
     DispatchQueue::clearMain();
@@ -179,6 +273,16 @@ int main(int argc, char** argv) {
                    "Feed a recorded byte stream into the engine instead of running a program");
     app.add_option("--timeout", timeoutSeconds,
                    "Seconds after which the program is terminated and the screen printed");
+    std::vector<std::string> inputs;
+    int inputDelayMs = 100;
+    app.add_option(
+           "--input", inputs,
+           "Text typed into the program once its output settles, with escapes \\e \\r \\n \\t "
+           "\\a \\b \\\\ \\xHH; repeat it to type several pieces, each after the output settles again")
+        ->allow_extra_args(false);
+    app.add_option("--input-delay", inputDelayMs, "Milliseconds of quiet output before each piece of --input")
+        ->check(CLI::Range(0, 60000))
+        ->capture_default_str();
     app.add_option("command", command, "PROGRAM ARGS (after --)");
     app.footer(
         "The exit status is the program's own (128 + signal when it was killed, 124 after --timeout).");
@@ -187,10 +291,20 @@ int main(int argc, char** argv) {
     TerminalOptions options;
     options.cols = cols;
     options.rows = rows;
+    std::vector<std::string> pieces;
+    for (const std::string& text : inputs) {
+        std::string error;
+        auto bytes = unescapeInput(text, error);
+        if (!bytes) {
+            std::fprintf(stderr, "ostrel-term: --input %s: %s\n", text.c_str(), error.c_str());
+            return 2;
+        }
+        pieces.push_back(std::move(*bytes));
+    }
     if (!replayPath.empty()) return replay(replayPath, options, json, scrollback, verbose);
     if (command.empty()) {
         std::cerr << app.help();
         return 2;
     }
-    return run(command, options, json, scrollback, verbose, timeoutSeconds);
+    return run(command, options, json, scrollback, verbose, timeoutSeconds, std::move(pieces), inputDelayMs);
 }

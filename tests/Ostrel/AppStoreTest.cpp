@@ -4,6 +4,7 @@
 
 #include "Ostrel/GitBranch.h"
 #include "Ostrel/Paths.h"
+#include "Ostrel/SettingKeys.h"
 #include "WorkspaceHarness.h"
 
 #include <fmt/format.h>
@@ -234,7 +235,7 @@ TEST_F(AppStoreTest, RestoreTurnedOffDropsTheRecordsAtTheNextSave) {
         store->startSession(SessionKind::service, projectID, command("exec sleep 30"));
         store->shutdown();
     }
-    settings.setBoolean(AppStore::restoreSetting, false);
+    settings.setBoolean(SettingKeys::restoreEnabled.key, false);
     auto store = makeStore();
     store->launch();
     EXPECT_TRUE(store->sessions().empty());
@@ -318,27 +319,63 @@ TEST_F(AppStoreTest, SessionsArePlacedSplitDroppedAndLaidOutByTemplate) {
     EXPECT_FALSE(store->selectedSessionID());
 }
 
-TEST_F(AppStoreTest, AttentionNotifiesUnlessTheSessionIsOnScreenInTheActiveApplication) {
+// Records what the store hands over; a session is "seen" when it is on screen in the active
+// application, as the real notifier decides.
+class RecordingNotifications final : public SessionNotifications {
+public:
+    Attention attention(const NotificationSubject& subject, SessionVisibility visibility) override {
+        subjects.push_back(subject);
+        visibilities.push_back(visibility);
+        return visibility.selected && visibility.applicationActive ? Attention::seen : Attention::pending;
+    }
+    void clearDelivered(const UUID& sessionID) override { cleared.push_back(sessionID); }
+    void notifyResumed(std::string_view) override {}
+
+    std::vector<NotificationSubject> subjects;
+    std::vector<SessionVisibility> visibilities;
+    std::vector<UUID> cleared;
+};
+
+TEST_F(AppStoreTest, AttentionGoesToTheNotifierThatDecidesWhetherTheSessionWasSeen) {
     auto store = makeStore();
-    std::vector<std::string> notified;
-    store->hooks.notify = [&](const SessionController& session, const std::optional<Project>& project) {
-        notified.push_back(session.command().value_or("") + "@" + (project ? project->name : "?"));
-    };
+    RecordingNotifications notifications;
+    store->setNotifications(&notifications);
     const UUID projectID = store->addProject(folder("web")).id;
     auto background = store->startSession(SessionKind::service, projectID, command("exit 4"));
     auto selected = store->startSession(SessionKind::service, projectID, command("exit 5"));
     ASSERT_TRUE(main.runUntil([&] { return background->hasExited() && selected->hasExited(); }));
-    EXPECT_EQ(notified, std::vector<std::string>{"exit 4@web"});
+    ASSERT_EQ(notifications.subjects.size(), 2u);
+    for (const auto& subject : notifications.subjects) {
+        EXPECT_EQ(subject.projectName, "web");
+        EXPECT_EQ(subject.displayTitle, "Service");
+    }
+    const std::size_t first = notifications.subjects[0].sessionID == background->id() ? 0 : 1;
+    EXPECT_EQ(notifications.subjects[first].status, SessionStatus::failed(4));
+    EXPECT_FALSE(notifications.visibilities[first].selected);
+    EXPECT_TRUE(background->needsAttention());
     EXPECT_FALSE(selected->needsAttention());
     EXPECT_EQ(store->attentionCount(), 1u);
+
+    // A click on the notification brings its session up; closing a session takes its
+    // notification away.
+    notifications.onReveal(background->id());
+    EXPECT_EQ(store->selectedSessionID(), background->id());
+    EXPECT_FALSE(background->needsAttention());
+    notifications.onReveal(UUID::random()); // gone: nothing happens
+    store->close(background);
+    EXPECT_EQ(notifications.cleared, std::vector<UUID>{background->id()});
 
     store->setApplicationActive(false);
     EXPECT_FALSE(store->branchTimerRunning());
     auto later = store->startSession(SessionKind::service, projectID, command("exit 6"));
     ASSERT_TRUE(main.runUntil([&] { return later->hasExited(); }));
-    EXPECT_EQ(notified.size(), 2u);
+    EXPECT_TRUE(notifications.visibilities.back().selected);
+    EXPECT_FALSE(notifications.visibilities.back().applicationActive);
+    EXPECT_TRUE(later->needsAttention());
     // Nothing alive: quitting needs no confirmation.
     EXPECT_EQ(store->applicationShouldTerminate(), AppStore::TerminateReply::now);
+    store->setNotifications(nullptr);
+    EXPECT_FALSE(notifications.onReveal);
 }
 
 TEST_F(AppStoreTest, BranchesAreReadFromGitFilesAndAFailedReadKeepsTheLastOne) {
@@ -394,10 +431,10 @@ TEST_F(AppStoreTest, FormerDataFolderMovesOnlyWhenTheCurrentOneIsMissing) {
 TEST_F(AppStoreTest, UsageEventsAreWrittenLocallyOnlyWhileTelemetryIsOn) {
     auto store = makeStore();
     const std::string log = store->usageEvents().path();
-    settings.setBoolean(UsageEvents::settingKey, false);
+    settings.setBoolean(SettingKeys::telemetryEnabled.key, false);
     store->addProject(folder("quiet"));
     EXPECT_FALSE(std::filesystem::exists(log));
-    settings.remove(UsageEvents::settingKey);
+    settings.remove(SettingKeys::telemetryEnabled.key);
     const UUID projectID = store->addProject(folder("web")).id;
     auto session = store->startSession(SessionKind::service, projectID, command("exec sleep 30"));
     store->close(session);

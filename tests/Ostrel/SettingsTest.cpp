@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -59,6 +60,24 @@ TEST(Paths, AtomicWriteReplacesWholeAndLeavesNoTemporary) {
     EXPECT_EQ(Paths::readFile(file), "second");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path), {}), 1);
     EXPECT_FALSE(Paths::writeFileAtomically(folder.path + "/missing/state.json", "x"));
+}
+
+TEST(Paths, ReadersTakeRegularFilesOnlyAndNeverBlock) {
+    TemporaryFolder folder;
+    std::string fifo = folder.path + "/planted";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // A FIFO with no writer would block an ordinary open forever.
+    EXPECT_FALSE(Paths::readFile(fifo));
+    EXPECT_FALSE(Paths::readHead(fifo, 4096));
+    EXPECT_FALSE(Paths::readTail(fifo, 4096));
+    EXPECT_FALSE(Paths::readHead(folder.path, 16));
+
+    std::string file = folder.path + "/small";
+    ASSERT_TRUE(Paths::writeFileAtomically(file, "0123456789"));
+    EXPECT_EQ(Paths::readHead(file, 4u << 20), "0123456789");
+    EXPECT_EQ(Paths::readHead(file, 4), "0123");
+    EXPECT_EQ(Paths::readTail(file, 3)->bytes, "789");
+    EXPECT_FALSE(Paths::readFile(file, 9)); // over the limit
 }
 
 TEST(Localization, FallsBackToEnglishAndShowsUnknownKeys) {

@@ -89,6 +89,13 @@ const ReplyCase replyCases[] = {
     {"KittyFlagsBelongToTheBuffer", "\x1b[>3u\x1b[?1049h\x1b[?u\x1b[?1049l\x1b[?u", "\x1b[?0u\x1b[?3u"},
     {"FocusReportOnEnable", "\x1b[?1004h", "\x1b[O"},
     {"Version", "\x1b[>q", "\x1bP>|Ostrel(0.1.0)\x1b\\"},
+    {"ForegroundQuery", "\x1b]10;?\x1b\\", "\x1b]10;rgb:e5e5/e5e5/e5e5\x1b\\"},
+    {"PaletteQueryEightBit", "\x1b G\x1b]4;1;?\x07",
+     "\x9d"
+     "4;1;rgb:cdcd/0000/0000\x9c"},
+    {"PaletteQueryAfterChange", "\x1b]4;1;#abc\x07\x1b]4;1;?\x07", "\x1b]4;1;rgb:aaaa/bbbb/cccc\x1b\\"},
+    {"PaletteResetThenQuery", "\x1b]4;1;#abc\x07\x1b]104;1\x07\x1b]4;1;?\x07",
+     "\x1b]4;1;rgb:cdcd/0000/0000\x1b\\"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Terminal, ReplyTest, ::testing::ValuesIn(replyCases),

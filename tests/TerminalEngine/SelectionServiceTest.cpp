@@ -1,0 +1,150 @@
+// Selection on screens built by feeding text: word and bracket expansion, rows, and the text read
+// back across soft wraps and wide characters.
+#include "TerminalEngine/Selection/SelectionService.h"
+
+#include "TerminalHarness.h"
+
+#include <gtest/gtest.h>
+
+namespace TerminalEngine {
+namespace {
+
+using testing::TerminalHarness;
+
+struct WordCase {
+    const char* name;
+    int cols;
+    const char* screen;
+    Position click;
+    const char* selected;
+};
+
+void PrintTo(const WordCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class WordExpansion : public ::testing::TestWithParam<WordCase> {};
+
+TEST_P(WordExpansion, DoubleClickSelectsTheUnit) {
+    const WordCase& c = GetParam();
+    TerminalHarness h(c.cols, 5);
+    h.feed(c.screen);
+    SelectionService selection(*h.terminal);
+    selection.startSelection(c.click, SelectionMode::word);
+    EXPECT_EQ(selection.getSelectedText(), c.selected);
+}
+
+const WordCase wordCases[] = {
+    {"OpeningBracketSelectsThroughItsCloser", 20, "x f(a(b)c) y", {3, 0}, "(a(b)c)"},
+    {"ClosingBracketSelectsBackToItsOpener", 20, "x f(a(b)c) y", {9, 0}, "(a(b)c)"},
+    {"InnerBracket", 20, "x f(a(b)c) y", {5, 0}, "(b)"},
+    {"MixedBracketsNest", 30, "{a[b(c)d]e}", {0, 0}, "{a[b(c)d]e}"},
+    {"BracketFollowsASoftWrap", 8, "ab(cdefghij)kl", {2, 0}, "(cdefghij)"},
+    {"BracketDoesNotCrossAHardLineBreak", 20, "a(b\r\nc)d", {1, 0}, "("},
+    {"MismatchedBracketFallsBackToTheRun", 20, "a(b]c", {1, 0}, "("},
+    {"FileNameIsOneWord", 30, "see foo.bar-baz_1 now", {6, 0}, "foo.bar-baz_1"},
+    {"WordFollowsASoftWrap", 6, "abc defghij k", {4, 0}, "defghij"},
+    {"WideLettersAreWordCharacters",
+     20,
+     "x \xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e y",
+     {5, 0},
+     "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e"},
+    {"AccentedWord", 20, "un caf\xc3\xa9 noir", {4, 0}, "caf\xc3\xa9"},
+    {"RunOfTheSameCharacter", 20, "a====b", {2, 0}, "===="},
+    {"RunStopsAtADifferentSymbol", 20, "a==++b", {1, 0}, "=="},
+};
+
+INSTANTIATE_TEST_SUITE_P(Selection, WordExpansion, ::testing::ValuesIn(wordCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(SelectionService, BlanksFormARunAndReadAsNothingAtTheLineEnd) {
+    TerminalHarness h(20, 3);
+    h.feed("ab    cd");
+    SelectionService selection(*h.terminal);
+    SelectionService::Range range = selection.wordRange({3, 0});
+    EXPECT_EQ(range, (SelectionService::Range{{2, 0}, {6, 0}}));
+}
+
+TEST(SelectionService, TextHasNoLineBreakAtASoftWrap) {
+    TerminalHarness h(5, 4);
+    h.feed("hello world\r\nnext");
+    SelectionService selection(*h.terminal);
+    selection.setSelection({0, 0}, {4, 3});
+    EXPECT_EQ(selection.getSelectedText(), "hello world\nnext");
+}
+
+TEST(SelectionService, WideCharactersReadOnceAndTheirGapIsSkipped) {
+    TerminalHarness h(5, 3);
+    // The third wide character does not fit in the last column and wraps whole.
+    h.feed("\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!");
+    SelectionService selection(*h.terminal);
+    selection.setSelection({0, 0}, {5, 1});
+    EXPECT_EQ(selection.getSelectedText(), "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!");
+}
+
+TEST(SelectionService, TrailingBlanksOfAHardLineAreDroppedButChosenSpacesKept) {
+    TerminalHarness h(20, 3);
+    h.feed("ab   \r\ncd");
+    SelectionService selection(*h.terminal);
+    selection.setSelection({0, 0}, {2, 1});
+    EXPECT_EQ(selection.getSelectedText(), "ab\ncd");
+    selection.setSelection({0, 0}, {3, 0});
+    EXPECT_EQ(selection.getSelectedText(), "ab ");
+}
+
+TEST(SelectionService, EmptyCellsInsideALineReadAsTheNullCharacter) {
+    TerminalHarness h(20, 3);
+    h.feed("a\x1b[3Cb");
+    SelectionService selection(*h.terminal);
+    selection.nullChar = U'.';
+    selection.setSelection({0, 0}, {20, 0});
+    EXPECT_EQ(selection.getSelectedText(), "a...b");
+}
+
+TEST(SelectionService, RowModeTakesTheWholeWrappedLine) {
+    TerminalHarness h(4, 4);
+    h.feed("abcdefg\r\nxy");
+    SelectionService selection(*h.terminal);
+    selection.startSelection({1, 1}, SelectionMode::row);
+    EXPECT_EQ(selection.getSelectedText(), "abcdefg");
+    selection.dragExtend({0, 2});
+    EXPECT_EQ(selection.getSelectedText(), "abcdefg\nxy");
+}
+
+TEST(SelectionService, DraggingByWordsKeepsTheFirstWord) {
+    TerminalHarness h(30, 3);
+    h.feed("one two three four");
+    SelectionService selection(*h.terminal);
+    selection.startSelection({5, 0}, SelectionMode::word);
+    selection.dragExtend({15, 0});
+    EXPECT_EQ(selection.getSelectedText(), "two three four");
+    selection.dragExtend({1, 0});
+    EXPECT_EQ(selection.getSelectedText(), "one two");
+}
+
+TEST(SelectionService, CharacterDragIncludesTheCellUnderThePointerEitherWay) {
+    TerminalHarness h(30, 3);
+    h.feed("abcdef");
+    SelectionService selection(*h.terminal);
+    selection.startSelection({1, 0});
+    EXPECT_FALSE(selection.hasSelectionRange);
+    selection.dragExtend({3, 0});
+    EXPECT_EQ(selection.getSelectedText(), "bcd");
+    selection.dragExtend({0, 0});
+    EXPECT_EQ(selection.getSelectedText(), "ab");
+    selection.shiftExtend({5, 0});
+    EXPECT_EQ(selection.getSelectedText(), "abcdef");
+}
+
+TEST(SelectionService, PositionsOutsideTheBufferAreClamped) {
+    TerminalHarness h(10, 3);
+    h.feed("abc");
+    SelectionService selection(*h.terminal);
+    selection.startSelection({-5, -5}, SelectionMode::word);
+    selection.dragExtend({500, 0});
+    EXPECT_TRUE(selection.hasSelectionRange);
+    EXPECT_EQ(selection.getSelectedText(), "abc");
+}
+
+} // namespace
+} // namespace TerminalEngine
