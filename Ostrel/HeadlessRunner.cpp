@@ -2,6 +2,7 @@
 #include "Ostrel/HeadlessRunner.h"
 
 #include "Ostrel/Localization.h"
+#include "Ostrel/Notifier.h"
 #include "Ostrel/Paths.h"
 #include "Ostrel/Settings.h"
 #include "OstrelCore/Text.h"
@@ -156,6 +157,11 @@ int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* 
     AppStore::moveFormerDataFolder();
     AppStore store(Paths::dataFolder() + "/state.json", Settings::shared());
     store.setPaneArea(paneArea);
+    // Without a view the desktop's notifications are how a session in the background reaches the
+    // person; with no session bus nothing is sent.
+    Notifier& notifier = Notifier::shared();
+    notifier.onUsageEvent = [&store](std::string_view event) { store.usageEvents().send(event); };
+    store.setNotifications(&notifier);
     HeadlessRunner runner(loop, store, out);
     // Every signal is a quit request; one that a quit already under way cancels leaves the next
     // signal caught as well.
@@ -175,6 +181,8 @@ int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* 
 
     loop.run();
     signals.cancel();
+    store.setNotifications(nullptr);
+    notifier.onUsageEvent = nullptr;
     return 0;
 }
 
