@@ -87,7 +87,10 @@ AppStore::AppStore(std::string stateURL, Settings& settings, Options options)
 }
 
 AppStore::~AppStore() {
-    if (notifications_ != nullptr) notifications_->onReveal = nullptr;
+    if (notifications_ != nullptr) {
+        notifications_->onReveal = nullptr;
+        notifications_->onDecision = nullptr;
+    }
     {
         std::lock_guard guard(gate_->lock);
         gate_->open = false;
@@ -101,6 +104,8 @@ AppStore::~AppStore() {
         session->onHostAttached = nullptr;
         session->onAttention = nullptr;
         session->onWaitAnswered = nullptr;
+        session->onResumeIDChange = nullptr;
+        session->onUsageEvent = nullptr;
     }
 }
 
@@ -315,6 +320,8 @@ void AppStore::close(const Session& target) {
     target->onHostAttached = nullptr;
     target->onAttention = nullptr;
     target->onWaitAnswered = nullptr;
+    target->onResumeIDChange = nullptr;
+    target->onUsageEvent = nullptr;
     sessions_.erase(it);
     if (selectedSessionID_ == target->id())
         selectedSessionID_ = sessions_.empty() ? std::nullopt : std::optional(sessions_.back()->id());
@@ -354,6 +361,11 @@ void AppStore::installCallbacks(const Session& target) {
     target->onWaitAnswered = [this, weak] {
         if (auto self = weak.lock(); self && notifications_) notifications_->clearDelivered(self->id());
     };
+    // The restore record names the conversation to resume: it must follow a "/clear" at once.
+    target->onResumeIDChange = [this] { save(); };
+    target->onUsageEvent = [this, kind = target->kind()](std::string_view event) {
+        usageEvents_.send(event, kind);
+    };
 }
 
 void AppStore::sessionChanged() {
@@ -375,7 +387,8 @@ void AppStore::sessionHostAttached(SessionController& target) {
 }
 
 void AppStore::sessionNeedsAttention(SessionController& target) {
-    const SessionVisibility visibility{selectedSessionID_ == target.id(), applicationActive_};
+    const bool looking = hooks.applicationFocused ? hooks.applicationFocused() : applicationActive_;
+    const SessionVisibility visibility{selectedSessionID_ == target.id(), looking};
     if (notifications_ == nullptr) {
         // On screen in the application the person is using: they see it already.
         if (visibility.selected && visibility.applicationActive) target.clearAttention();
@@ -390,9 +403,20 @@ void AppStore::sessionNeedsAttention(SessionController& target) {
 
 void AppStore::setNotifications(SessionNotifications* notifications) {
     assertMainThread();
-    if (notifications_ != nullptr) notifications_->onReveal = nullptr;
+    if (notifications_ != nullptr) {
+        notifications_->onReveal = nullptr;
+        notifications_->onDecision = nullptr;
+    }
     notifications_ = notifications;
     if (notifications_ == nullptr) return;
+    // The answer is dated when it arrives; the session drops it when it is stale or answered.
+    notifications_->onDecision = [this](const UUID& sessionID,
+                                        OstrelCore::ApprovalPolicy::Decision decision) {
+        Session target = session(sessionID);
+        if (!target) return;
+        const auto now = options_.session.clock ? options_.session.clock() : std::chrono::system_clock::now();
+        target->answer(decision, now);
+    };
     // Ids only: the session may be gone by the time the click arrives.
     notifications_->onReveal = [this](const UUID& sessionID) {
         Session target = session(sessionID);

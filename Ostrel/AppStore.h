@@ -86,6 +86,10 @@ public:
         std::function<void()> closeKeyWindow;
         std::function<void(SessionController&)> focusTerminal;
         std::function<void()> activateApplication;
+        // Whether the person has the application in front of them, which decides with the
+        // selection whether a session's attention was seen. Empty: the application's active state.
+        // A headless run has nothing in front of anyone and answers false.
+        std::function<bool()> applicationFocused;
     };
 
     // The data folder's former name. At process start, before anything reads the data folder, a
@@ -218,8 +222,8 @@ public:
     Hooks hooks;
 
     // Desktop notifications, installed once at start (none: attention stays in the sidebar). The
-    // store answers their clicks: a click on a notification selects its session. The approve and
-    // deny buttons are answered where sessions learn to answer approvals.
+    // store answers their clicks: a click on a notification selects its session, and its approve
+    // and deny buttons go to the session's answer(), which drops a stale one.
     void setNotifications(SessionNotifications* notifications);
 
 private:

@@ -81,14 +81,39 @@ std::string HeadlessRunner::statusText(const SessionStatus& status) {
     return std::string(status.name());
 }
 
+HeadlessRunner::Facts HeadlessRunner::Facts::of(const SessionController& session) {
+    Facts facts{session.status(), session.modelName(), std::nullopt, session.pendingRequest(), std::nullopt};
+    const std::int64_t usable = session.usableContext();
+    if (session.contextUsed() && usable > 0) {
+        // Rounded to whole percents: finer steps would print a line at every turn.
+        facts.contextPercent = (*session.contextUsed() * 100 + usable / 2) / usable;
+    }
+    // The planned automatic resume after a rate limit, once the limit reader schedules one.
+    facts.resumesAt = session.resumesAt();
+    return facts;
+}
+
 std::string HeadlessRunner::statusLine(std::chrono::system_clock::time_point at, std::string_view project,
-                                       std::string_view title, const SessionStatus& status) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    char time[32];
-    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S", &local);
-    return fmt::format("{}  {}  {}  {}", time, fieldText(project), fieldText(title), statusText(status));
+                                       std::string_view title, const Facts& facts) {
+    const auto localTime = [](std::chrono::system_clock::time_point when) {
+        const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+        std::tm local{};
+        ::localtime_r(&seconds, &local);
+        char text[32];
+        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+        return std::string(text);
+    };
+    std::string line = fmt::format("{}  {}  {}  {}", localTime(at), fieldText(project), fieldText(title),
+                                   statusText(facts.status));
+    if (facts.model) line += "  model=" + fieldText(*facts.model);
+    if (facts.contextPercent) line += fmt::format("  context={}%", *facts.contextPercent);
+    if (facts.pendingRequest) {
+        const auto& request = *facts.pendingRequest;
+        line += "  request=" + fieldText(request.detail.empty() ? request.toolName
+                                                                : request.toolName + ": " + request.detail);
+    }
+    if (facts.resumesAt) line += "  resumes=" + localTime(*facts.resumesAt);
+    return line;
 }
 
 HeadlessRunner::HeadlessRunner(asio::io_context& loop, AppStore& store, std::FILE* out)
@@ -104,21 +129,47 @@ HeadlessRunner::HeadlessRunner(asio::io_context& loop, AppStore& store, std::FIL
 void HeadlessRunner::start(const std::vector<ProjectRequest>& requests) {
     for (const ProjectRequest& request : requests) {
         const Project project = store_.addProject(request.path);
-        for (const Start& start : request.starts)
-            store_.startSession(start.kind, project.id, AppStore::StartOptions{start.command});
+        for (const Start& start : request.starts) {
+            auto session = store_.startSession(start.kind, project.id, AppStore::StartOptions{start.command});
+            if (session && start.prompt)
+                prompts_.push_back({session, *start.prompt, 0, std::chrono::steady_clock::now()});
+        }
     }
     report();
+    if (!prompts_.empty())
+        promptTimer_ = MainTimer::repeating(std::chrono::milliseconds(100), [this] { typePrompts(); });
+}
+
+void HeadlessRunner::typePrompts() {
+    const auto now = std::chrono::steady_clock::now();
+    std::erase_if(prompts_, [&](PendingPrompt& pending) {
+        auto session = pending.session.lock();
+        if (!session || session->hasExited()) return true;
+        const std::uint64_t bytes = session->terminalView().receivedBytes();
+        if (bytes != pending.seenBytes) {
+            pending.seenBytes = bytes;
+            pending.quietSince = now;
+            return false;
+        }
+        if (bytes == 0 || now - pending.quietSince < promptSettle) return false;
+        // Typed as the person would: it counts as their input.
+        session->send(pending.text);
+        session->send("\r");
+        return true;
+    });
+    if (prompts_.empty()) promptTimer_.reset();
 }
 
 void HeadlessRunner::report() {
     if (finished_) return;
     for (const auto& session : store_.sessions()) {
-        auto [known, added] = printed_.try_emplace(session->id(), session->status());
-        if (!added && known->second == session->status()) continue;
-        known->second = session->status();
+        Facts facts = Facts::of(*session);
+        auto [known, added] = printed_.try_emplace(session->id(), facts);
+        if (!added && known->second == facts) continue;
+        known->second = facts;
         const auto project = store_.projectOf(*session);
         const std::string line = statusLine(std::chrono::system_clock::now(), project ? project->name : "",
-                                            session->displayTitle(), session->status());
+                                            session->displayTitle(), facts);
         std::fprintf(out_, "%s\n", line.c_str());
     }
     // Readers follow the lines as they come, usually through a pipe.
@@ -138,6 +189,7 @@ void HeadlessRunner::finish() {
     if (finished_) return;
     report();
     finished_ = true;
+    promptTimer_.reset();
     store_.shutdown();
     loop_.stop();
 }
@@ -157,6 +209,9 @@ int HeadlessRunner::run(const std::vector<ProjectRequest>& requests, std::FILE* 
     AppStore::moveFormerDataFolder();
     AppStore store(Paths::dataFolder() + "/state.json", Settings::shared());
     store.setPaneArea(paneArea);
+    // Nobody sits in front of a headless workspace: every session's attention counts as unseen,
+    // whatever is selected.
+    store.hooks.applicationFocused = [] { return false; };
     // Without a view the desktop's notifications are how a session in the background reaches the
     // person; with no session bus nothing is sent.
     Notifier& notifier = Notifier::shared();

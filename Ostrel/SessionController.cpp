@@ -257,6 +257,9 @@ void SessionController::start() {
     statusTimer_ = MainTimer::repeating(timing_.statusPeriod, [weak] {
         if (auto self = weak.lock()) self->statusTick();
     });
+    TelemetryEnvironment environment = options_.telemetryEnvironment.value_or(TelemetryEnvironment::system());
+    if (!options_.telemetryEnvironment && options_.home) environment.home = *options_.home;
+    telemetry_.emplace(kind_, cwd_, startedAt_, resumeID_, std::move(environment));
     telemetryTimer_ = MainTimer::repeating(timing_.telemetryPeriod, [weak] {
         if (auto self = weak.lock()) self->telemetryTick();
     });
@@ -449,10 +452,39 @@ void SessionController::statusTick() {
 }
 
 void SessionController::telemetryTick() {
-    if (hasExited_ || !options_.telemetryTick) return;
-    // A copy: the hook may shut this session down.
-    auto tick = options_.telemetryTick;
-    tick(*this);
+    if (hasExited_) return;
+    if (options_.quotaRefresh) options_.quotaRefresh();
+    if (options_.injectedReading) {
+        // A copy: the hook may shut this session down.
+        auto read = options_.injectedReading;
+        if (auto reading = read(*this)) applyReading(*reading);
+        return;
+    }
+    // One copy out at a time: two copies polling at once could each claim a file.
+    if (!telemetry_ || pollInFlight_ || telemetryReleased_ || !TerminalEngine::DispatchQueue::hasMain())
+        return;
+    pollInFlight_ = true;
+    WorkerPool::run(
+        [copy = *telemetry_, weak = weak_from_this(), mainQueue = TerminalEngine::DispatchQueue::main()] {
+            TelemetryPoll update = SessionTelemetry::pollCopy(copy);
+            mainQueue.async([weak, update = std::move(update)]() mutable {
+                auto self = weak.lock();
+                // The session is gone: whatever the copy claimed meanwhile is freed with it.
+                if (!self) return update.telemetry.release();
+                self->adoptPoll(std::move(update));
+            });
+        });
+}
+
+void SessionController::adoptPoll(TelemetryPoll update) {
+    pollInFlight_ = false;
+    if (telemetryReleased_) return update.telemetry.release();
+    // The polled copy replaces the value whole: it is the only one that polled since the last.
+    telemetry_ = std::move(update.telemetry);
+    // The id is known once the bound file was read; until then a fresh binding says nothing.
+    if (telemetry_->boundURL() && telemetry_->lastModified())
+        updateResumeID(*telemetry_->boundURL(), telemetry_->boundSessionID());
+    if (update.reading) applyReading(*update.reading);
 }
 
 void SessionController::processExited(std::optional<std::int32_t> rawStatus) {
@@ -586,27 +618,33 @@ void SessionController::applyReading(const OstrelCore::TranscriptReading& readin
     if (dirty) changed();
 }
 
-void SessionController::updateResumeID(const std::string& transcriptPath) {
+void SessionController::updateResumeID(const std::string& transcriptPath,
+                                       const std::optional<std::string>& sessionID) {
     if (transcriptPath == resumeIDSourcePath_ || !OstrelCore::isAgent(kind_)) return;
     resumeIDSourcePath_ = transcriptPath;
-    const std::string fileName = std::filesystem::path(transcriptPath).filename().string();
-    if (kind_ != SessionKind::gemini) {
-        // The file's name holds the id; a Codex name too short to hold one clears it.
-        resumeID_ = ResumeCommand::transcriptSessionID(kind_, fileName, {});
-        return;
-    }
-    // Gemini records the id in the file's head, read off the main thread.
-    if (!TerminalEngine::DispatchQueue::hasMain()) return;
-    auto mainQueue = TerminalEngine::DispatchQueue::main();
-    WorkerPool::run([weak = weak_from_this(), mainQueue, transcriptPath, fileName] {
-        auto head = Paths::readHead(transcriptPath, ResumeCommand::sessionIDHeadBytes);
-        if (!head) return; // unreadable: the id stays what it was
-        auto id = ResumeCommand::transcriptSessionID(SessionKind::gemini, fileName, *head);
-        if (!id) return;
-        mainQueue.async([weak, id = std::move(*id)] {
-            if (auto self = weak.lock()) self->resumeID_ = id;
-        });
-    });
+    // A Gemini head that can't be read or names no id keeps what was known; for the others the
+    // file's name is the id, and a Codex name too short to hold one clears it.
+    if (kind_ == SessionKind::gemini && !sessionID) return;
+    if (sessionID == resumeID_) return;
+    resumeID_ = sessionID;
+    if (onResumeIDChange) onResumeIDChange();
+}
+
+// MARK: Approvals
+
+bool SessionController::answer(OstrelCore::ApprovalPolicy::Decision decision, TimePoint at) {
+    using OstrelCore::ApprovalPolicy;
+    // A late or repeated answer could confirm something no longer on the screen.
+    if (!approvalAskedAt_ || !ApprovalPolicy::canAct(*approvalAskedAt_, at,
+                                                     status_ == SessionStatus::waiting(), approvalAnswered_))
+        return false;
+    approvalAnswered_ = true;
+    terminalView_->send(ApprovalPolicy::keystrokes(decision));
+    pendingRequest_.reset();
+    needsAttention_ = false;
+    if (onUsageEvent) onUsageEvent("notification_answer");
+    changed();
+    return true;
 }
 
 // MARK: Typing, attention, life cycle
@@ -635,7 +673,10 @@ void SessionController::shutdown() {
     telemetryTimer_.reset();
     noticeTimer_.reset();
     resumesAt_.reset();
-    if (hadTelemetry && options_.telemetryRelease) options_.telemetryRelease(*this);
+    if (hadTelemetry && telemetry_) {
+        telemetry_->release();
+        telemetryReleased_ = true;
+    }
     // Chunks still queued for the terminal must not move the status of a session being closed.
     auto& view = *terminalView_;
     view.onActivity = nullptr;

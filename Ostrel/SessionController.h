@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Ostrel/MainTimer.h"
+#include "Ostrel/SessionTelemetry.h"
 #include "Ostrel/SessionTerminalView.h"
 #include "OstrelCore/AgentPhase.h"
 #include "OstrelCore/ApprovalPolicy.h"
@@ -62,12 +63,15 @@ struct SessionOptions {
     int rows = 40;
     // What later modules plug into an agent session, all called on the main thread; each may
     // stay empty.
-    // The transcript side of the telemetry tick, at each tick while the process runs: the
-    // transcript binding polls its copy of the session's telemetry off the main thread and
-    // answers with applyReading() and updateResumeID().
-    std::function<void(SessionController&)> telemetryTick;
-    // At shutdown: the binding lets go of what it holds for the session (its claimed transcript).
-    std::function<void(SessionController&)> telemetryRelease;
+    // Where the transcript binding looks: file system, home folder and time zone. Empty: the real
+    // file system with `home` above (or the user's) and the local zone.
+    std::optional<TelemetryEnvironment> telemetryEnvironment;
+    // Asked at each telemetry tick while the process runs: the quota service refreshes when its
+    // own schedule says a refresh is due, never forced from here.
+    std::function<void()> quotaRefresh;
+    // Stands in for the transcript poll (tests that set a phase without writing a transcript):
+    // when set, each telemetry tick applies what it returns and polls nothing.
+    std::function<std::optional<OstrelCore::TranscriptReading>(SessionController&)> injectedReading;
     // Output that holds a rate-limit marker ("hit your", "usage limit", ...), as valid UTF-8 text:
     // where the limit reader recognises a block and plans the resume.
     std::function<void(SessionController&, std::string_view text)> limitText;
@@ -163,6 +167,8 @@ public:
     std::optional<OstrelCore::AgentPhase> agentPhase() const { return agentPhase_; }
     const std::optional<std::string>& resumeID() const { return resumeID_; }
     const std::optional<std::string>& resumeIDSourcePath() const { return resumeIDSourcePath_; }
+    // The transcript binding of an agent session, as the last poll left it.
+    const std::optional<SessionTelemetry>& telemetry() const { return telemetry_; }
     // The context the agent can fill before it compacts: the reported window, else the model's;
     // four fifths of it for Claude.
     std::int64_t usableContext() const;
@@ -206,10 +212,17 @@ public:
     // title, permission mode). The telemetry tick calls it on the main thread with each fresh
     // reading; tests use it to set the phase the silence rule reads.
     void applyReading(const OstrelCore::TranscriptReading& reading);
-    // The session's provider id, learned from the transcript it is bound to (the file name for
-    // Claude, its last 36 characters for Codex, the "sessionId" in the head for Gemini). A path
-    // seen before changes nothing.
-    void updateResumeID(const std::string& transcriptPath);
+    // The session's provider id, learned from the transcript it is bound to: `sessionID` is what
+    // the binding read there (the file name for Claude, its last 36 characters for Codex, the
+    // "sessionId" in the head for Gemini). A path seen before changes nothing; a Gemini file that
+    // names no id keeps the former one.
+    void updateResumeID(const std::string& transcriptPath, const std::optional<std::string>& sessionID);
+
+    // MARK: Approvals from notifications and the phone
+    // Types the answer to the approval the session waits on: carriage return to approve, ESC to
+    // deny. Only while it still waits, once per wait, and within 900 s of the question (`now` is
+    // the moment the answer was given); otherwise nothing happens and the answer is false.
+    bool answer(OstrelCore::ApprovalPolicy::Decision decision, TimePoint now);
 
     // Callbacks to the owner, all on the main thread.
     std::function<void()> onChange;
@@ -218,6 +231,11 @@ public:
     std::function<void(SessionController&)> onAttention;
     // Typing answered the question the session waited on: its delivered notification can go.
     std::function<void()> onWaitAnswered;
+    // The provider's session id changed: the store records it, so that a restart resumes the
+    // right conversation.
+    std::function<void()> onResumeIDChange;
+    // Usage events of the session ("notification_answer").
+    std::function<void(std::string_view event)> onUsageEvent;
 
 private:
     struct Passkey {};
@@ -241,6 +259,7 @@ private:
     void userTyped();
     void statusTick();
     void telemetryTick();
+    void adoptPoll(TelemetryPoll update);
     void processExited(std::optional<std::int32_t> rawStatus);
 
     // Signals in the output.
@@ -304,6 +323,9 @@ private:
     std::unique_ptr<MainTimer> noticeTimer_;
     std::optional<std::string> resumeID_;
     std::optional<std::string> resumeIDSourcePath_;
+    std::optional<SessionTelemetry> telemetry_;
+    bool pollInFlight_ = false;      // a copy is out on the pool: the next tick skips
+    bool telemetryReleased_ = false; // shutdown let go of the claims: a late copy lets go too
 };
 
 } // namespace Ostrel

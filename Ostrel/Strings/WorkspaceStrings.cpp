@@ -28,6 +28,9 @@ constexpr LocalizedText strings[] = {
     {"cli.startNeedsProject", "--start {} needs a --project before it",
      "--start {} doit être précédé d'un --project", "vor --start {} muss ein --project stehen",
      "--start {} necesita un --project antes", "--start {} precisa de um --project antes"},
+    {"cli.promptNeedsStart", "--prompt {} needs a --start before it",
+     "--prompt {} doit être précédé d'un --start", "vor --prompt {} muss ein --start stehen",
+     "--prompt {} necesita un --start antes", "--prompt {} precisa de um --start antes"},
     {"cli.noSuchFolder", "no such folder: {}", "dossier introuvable : {}", "Ordner nicht gefunden: {}",
      "no existe la carpeta: {}", "pasta não encontrada: {}"},
 };

@@ -97,7 +97,7 @@ public:
             auto text = line();
             if (!text) break;
             auto fields = fieldsOf(*text);
-            if (fields.size() == 4 && titles.count(fields[2])) seen[fields[2]] = fields;
+            if (fields.size() >= 4 && titles.count(fields[2])) seen[fields[2]] = fields;
         }
         return seen;
     }
@@ -165,8 +165,10 @@ TEST(Headless, HelpDocumentsTheStatusLineAndUnusableCommandLinesExitWithTwo) {
         while (auto line = help.line())
             text += *line + "\n";
         EXPECT_EQ(help.wait(), 0);
-        for (const char* expected : {"--project PATH", "--start KIND[:COMMAND]", "--headless", "--version",
-                                     "TIME  PROJECT  TITLE  STATUS", "failed(CODE)", "SIGTERM"})
+        for (const char* expected :
+             {"--project PATH", "--start KIND[:COMMAND]", "--headless", "--version",
+              "TIME  PROJECT  TITLE  STATUS", "failed(CODE)", "SIGTERM", "--prompt TEXT", "model=NAME",
+              "context=N%", "request=TOOL: TARGET", "resumes=TIME"})
             EXPECT_NE(text.find(expected), std::string::npos) << expected;
     }
     const std::vector<std::vector<std::string>> unusable = {
@@ -174,6 +176,7 @@ TEST(Headless, HelpDocumentsTheStatusLineAndUnusableCommandLinesExitWithTwo) {
         {"--project", home / "x", "--start", "vim"},
         {"--project", home / "missing"},
         {"--project", home / "x", "--start", "shell:ls"},
+        {"--project", home / "x", "--prompt", "hello"},
         {"--bogus"},
     };
     for (const auto& arguments : unusable) {
@@ -235,6 +238,37 @@ TEST(Headless, ShellRunsInItsProjectAndComesBackInTheSamePaneAfterSigterm) {
     checkSlots();
 }
 
+// A fake Claude handed its first prompt on the command line: the lines show it working, then
+// waiting with its model, context and the tool it asks for, each printed once.
+TEST(Headless, AgentLinesShowItWorkingThenWaitingWithToolAndTarget) {
+    TemporaryHome home;
+    const std::string project = home / "app";
+    std::filesystem::create_directories(project);
+    const std::string agent = "claude:exec python3 '" OSTREL_SOURCE_DIR
+                              "/tests/agents/fake_claude.py' --ask 'Bash=make test' --model claude-sonnet-4 "
+                              "--context 16000 --work 0.2";
+    OstrelRun run(home, {"--headless", "--project", project, "--start", agent, "--prompt", "run the tests"});
+    std::vector<std::vector<std::string>> lines;
+    while (lines.empty() || lines.back()[3] != "waiting") {
+        auto text = run.line(30s);
+        ASSERT_TRUE(text) << (lines.empty() ? "no line" : lines.back()[3]);
+        lines.push_back(fieldsOf(*text));
+    }
+    std::vector<std::string> statuses;
+    for (const auto& fields : lines)
+        if (statuses.empty() || statuses.back() != fields[3]) statuses.push_back(fields[3]);
+    EXPECT_EQ(statuses, (std::vector<std::string>{"ready", "working", "waiting"}));
+    const std::vector<std::string> waiting = {lines.back().begin() + 2, lines.back().end()};
+    EXPECT_EQ(waiting, (std::vector<std::string>{"run the tests", "waiting", "model=claude-sonnet-4",
+                                                 "context=10%", "request=Bash: make test"}));
+    // A line per change, never the same facts twice.
+    for (std::size_t i = 1; i < lines.size(); ++i)
+        EXPECT_NE(std::vector<std::string>(lines[i].begin() + 2, lines[i].end()),
+                  std::vector<std::string>(lines[i - 1].begin() + 2, lines[i - 1].end()));
+    ::kill(run.pid(), SIGTERM);
+    EXPECT_EQ(run.wait(), 0);
+}
+
 TEST(HeadlessRunner, StartRequestsNameAKindAndMaybeACommand) {
     using Start = HeadlessRunner::Start;
     struct Case {
@@ -265,13 +299,21 @@ TEST(HeadlessRunner, StartRequestsNameAKindAndMaybeACommand) {
 TEST(HeadlessRunner, StatusLineFieldsNeverHoldTwoBlanks) {
     const auto at = std::chrono::system_clock::now();
     const auto line =
-        HeadlessRunner::statusLine(at, "my  app\t", "Fix\nthe\x1b[31m  parser", SessionStatus::failed(127));
+        HeadlessRunner::statusLine(at, "my  app\t", "Fix\nthe\x1b[31m  parser", {SessionStatus::failed(127)});
     const auto fields = fieldsOf(line);
     ASSERT_EQ(fields.size(), 4u) << line;
     EXPECT_EQ(fields[1], "my app");
     EXPECT_EQ(fields[2], "Fix the [31m parser");
     EXPECT_EQ(fields[3], "failed(127)");
-    EXPECT_EQ(fieldsOf(HeadlessRunner::statusLine(at, "", "", SessionStatus::idle()))[1], "-");
+    EXPECT_EQ(fieldsOf(HeadlessRunner::statusLine(at, "", "", {SessionStatus::idle()}))[1], "-");
+
+    const HeadlessRunner::Facts facts{SessionStatus::waiting(), "claude  x\n", 42,
+                                      OstrelCore::ApprovalPolicy::Request{"Bash", "make   test"},
+                                      std::nullopt};
+    const auto agentFields = fieldsOf(HeadlessRunner::statusLine(at, "p", "t", facts));
+    EXPECT_EQ(
+        std::vector<std::string>(agentFields.begin() + 3, agentFields.end()),
+        (std::vector<std::string>{"waiting", "model=claude x", "context=42%", "request=Bash: make test"}));
 }
 
 } // namespace

@@ -41,11 +41,10 @@ protected:
         options.timing.noticeDuration = 10ms;
         options.timing.telemetryPeriod = 10ms;
         // What the transcript says, as the telemetry tick would read it.
-        options.telemetryTick = [this](SessionController& session) {
+        options.injectedReading = [this](SessionController&) {
             ++telemetryTicks;
-            if (transcript) session.applyReading(*transcript);
+            return transcript;
         };
-        options.telemetryRelease = [this](SessionController&) { ++releases; };
         options.limitText = [this](SessionController&, std::string_view text) {
             limitTexts.emplace_back(text);
         };
@@ -73,7 +72,7 @@ protected:
     ManualClock clock;
     ScriptedAgent agent{home};
     std::optional<TranscriptReading> transcript;
-    int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0, releases = 0;
+    int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0;
     std::vector<std::string> limitTexts;
 };
 
@@ -202,7 +201,6 @@ TEST_F(SessionControllerTest, AgentSettlesByTranscriptPhaseAndAsksForAttentionOn
     session->shutdown();
     session->shutdown();
     EXPECT_FALSE(session->statusTimerRunning() || session->telemetryTimerRunning());
-    EXPECT_EQ(releases, 1);
     const int ticks = telemetryTicks;
     main.runFor(50ms);
     EXPECT_EQ(telemetryTicks, ticks);
@@ -274,7 +272,7 @@ TEST_F(SessionControllerTest, LimitTextsReachTheLimitReaderOnlyFromAgents) {
     ASSERT_TRUE(say(*service, "You've hit your usage limit"));
     EXPECT_TRUE(limitTexts.empty());
     service->shutdown();
-    EXPECT_EQ(releases, 0); // a service has no telemetry
+    EXPECT_FALSE(service->telemetry()); // a service has no transcript
 
     auto agent = start(SessionKind::codex);
     ASSERT_TRUE(say(*agent, "Working on it"));
@@ -391,24 +389,24 @@ TEST_F(SessionControllerTest, ResumeIdsComeFromTheCommandAndTheBoundTranscript) 
     // A resumed session knows its id before its transcript says anything.
     auto codex = start(SessionKind::codex, "codex resume 'it'\\''s' --yolo; exit 0");
     EXPECT_EQ(codex->resumeID(), "it's");
-    codex->updateResumeID("/s/rollout-2026-01-02T03-04-05-0199a213-81c0-7800-8aa1-bbab2a035a53.jsonl");
+    int saves = 0;
+    codex->onResumeIDChange = [&] { ++saves; };
+    const std::string rollout = "/s/rollout-2026-01-02T03-04-05-0199a213-81c0-7800-8aa1-bbab2a035a53.jsonl";
+    codex->updateResumeID(rollout, "0199a213-81c0-7800-8aa1-bbab2a035a53");
     EXPECT_EQ(codex->resumeID(), "0199a213-81c0-7800-8aa1-bbab2a035a53");
-    codex->updateResumeID("/s/short.jsonl");
+    codex->updateResumeID(rollout, std::nullopt); // a path seen before changes nothing
+    EXPECT_EQ(codex->resumeID(), "0199a213-81c0-7800-8aa1-bbab2a035a53");
+    codex->updateResumeID("/s/short.jsonl", std::nullopt);
     EXPECT_FALSE(codex->resumeID());
+    EXPECT_EQ(saves, 2);
     codex->shutdown();
-    auto claude = start(SessionKind::claude, "exit 0");
-    claude->updateResumeID("/p/5c1f.jsonl");
-    EXPECT_EQ(claude->resumeID(), "5c1f");
 
-    // Gemini's id is in the file's head, read on the worker pool; an unreadable file keeps it.
+    // A Gemini head without an id keeps the one known.
     auto gemini = start(SessionKind::gemini, "exit 0");
-    home.write("chats/session-1.json", R"({"sessionId":"g-1","messages":[)" + std::string(5000, ' ') + "]}");
-    gemini->updateResumeID(home / "chats/session-1.json");
-    ASSERT_TRUE(main.runUntil([&] { return gemini->resumeID() == "g-1"; }));
-    gemini->updateResumeID(home / "chats/missing.json");
-    main.runFor(50ms);
+    gemini->updateResumeID("/c/session-1.jsonl", "g-1");
+    gemini->updateResumeID("/c/session-2.jsonl", std::nullopt);
     EXPECT_EQ(gemini->resumeID(), "g-1");
-    EXPECT_EQ(gemini->resumeIDSourcePath(), home / "chats/missing.json");
+    EXPECT_EQ(gemini->resumeIDSourcePath(), "/c/session-2.jsonl");
 }
 
 TEST_F(SessionControllerTest, ZoomStaysInRangeAndNoticesExpire) {
