@@ -10,6 +10,8 @@
 #include "Ostrel/SessionController.h"
 #include "WorkspaceHarness.h"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -58,9 +60,11 @@ protected:
         session->onUsageEvent = [this](std::string_view event) { events.emplace_back(event); };
         return session;
     }
-    // The agent's input box is up: what is typed now reaches it.
-    bool ready(SessionController& session) {
-        return main.runUntil([&] { return session.terminalView().receivedBytes() > 0; }, 15s);
+    // Waits for the agent's input box, which takes what is typed from then on, and types `text`.
+    bool prompt(SessionController& session, const std::string& text) {
+        if (!main.runUntil([&] { return session.terminalView().receivedBytes() > 0; }, 15s)) return false;
+        type(session, text);
+        return true;
     }
     void type(SessionController& session, const std::string& text) {
         session.send(text);
@@ -79,6 +83,12 @@ protected:
     bool phase(SessionController& session, AgentPhase expected) {
         return main.runUntil([&] { return session.agentPhase() == expected; }, 15s);
     }
+    // Answers the waiting agent, which then writes `then` to its transcript, and lets the session
+    // settle to `settled`.
+    bool answerAndSettle(SessionController& session, Decision decision, AgentPhase then,
+                         SessionStatus settled) {
+        return session.answer(decision, clock.now) && phase(session, then) && settle(session, settled);
+    }
 
     TemporaryHome home;
     MainLoop main;
@@ -92,8 +102,7 @@ TEST_F(LiveAgentTest, ClaudeIsBoundReadApprovedClearedAndLimited) {
     auto session = start(SessionKind::claude,
                          fakeAgent("fake_claude.py", "--ask 'Bash=rm -rf build' --model claude-sonnet-4 "
                                                      "--context 50000 --work 0.2"));
-    ASSERT_TRUE(ready(*session));
-    type(*session, "fix the build");
+    ASSERT_TRUE(prompt(*session, "fix the build"));
     EXPECT_EQ(session->status(), SessionStatus::working());
 
     // The transcript asks for the tool: read at the next telemetry tick, shown after the silence.
@@ -105,9 +114,11 @@ TEST_F(LiveAgentTest, ClaudeIsBoundReadApprovedClearedAndLimited) {
     EXPECT_EQ(session->autoTitle(), "fix the build");
     const auto& bound = session->telemetry()->boundURL();
     ASSERT_TRUE(bound);
-    EXPECT_EQ(std::filesystem::path(*bound).parent_path(),
-              home / ".claude/projects/-tmp-" + std::filesystem::path(home.path()).filename().string() +
-                  "-proj");
+    std::string munged = project;
+    std::replace_if(
+        munged.begin(), munged.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); },
+        '-');
+    EXPECT_EQ(std::filesystem::path(*bound).parent_path(), home / (".claude/projects/" + munged));
     EXPECT_EQ(session->resumeID(), stem(bound));
     EXPECT_EQ(resumeIDChanges, 1);
     ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
@@ -141,15 +152,12 @@ TEST_F(LiveAgentTest, ClaudeDenialTypesEscapeAndATerminalTitleOutranksTheTranscr
     auto session =
         start(SessionKind::claude, fakeAgent("fake_claude.py", "--ask Read=src/main.cpp --work 0.1 "
                                                                "--title '✳ Refactor parser'"));
-    ASSERT_TRUE(ready(*session));
-    type(*session, "refactor the parser");
+    ASSERT_TRUE(prompt(*session, "refactor the parser"));
     ASSERT_TRUE(main.runUntil([&] { return session->pendingRequest().has_value(); }, 15s));
     EXPECT_EQ(session->autoTitle(), "Refactor parser");
     ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
-    ASSERT_TRUE(session->answer(Decision::deny, clock.now));
     // The agent declines the tool: its transcript shows the interruption, not a finished turn.
-    ASSERT_TRUE(phase(*session, AgentPhase::running));
-    ASSERT_TRUE(settle(*session, SessionStatus::ready()));
+    ASSERT_TRUE(answerAndSettle(*session, Decision::deny, AgentPhase::running, SessionStatus::ready()));
     EXPECT_EQ(session->autoTitle(), "Refactor parser");
     session->shutdown();
 }
@@ -158,8 +166,7 @@ TEST_F(LiveAgentTest, CodexAsksThroughItsTitleAndReadsItsRollout) {
     auto session =
         start(SessionKind::codex, fakeAgent("fake_codex.py", "--ask shell=make --model gpt-5-codex "
                                                              "--context 3000 --work 0.1"));
-    ASSERT_TRUE(ready(*session));
-    type(*session, "run the build");
+    ASSERT_TRUE(prompt(*session, "run the build"));
     ASSERT_TRUE(main.runUntil([&] { return session->status() == SessionStatus::waiting(); }, 15s));
     EXPECT_EQ(attentions, 1);
     ASSERT_TRUE(main.runUntil([&] { return session->contextUsed() == 3000; }, 15s));
@@ -170,9 +177,7 @@ TEST_F(LiveAgentTest, CodexAsksThroughItsTitleAndReadsItsRollout) {
     EXPECT_NE(bound->find(home / ".codex/sessions/"), std::string::npos);
     EXPECT_EQ(session->resumeID(), stem(bound).substr(stem(bound).size() - 36));
 
-    ASSERT_TRUE(session->answer(Decision::approve, clock.now));
-    ASSERT_TRUE(phase(*session, AgentPhase::turnEnded));
-    ASSERT_TRUE(settle(*session, SessionStatus::idle()));
+    ASSERT_TRUE(answerAndSettle(*session, Decision::approve, AgentPhase::turnEnded, SessionStatus::idle()));
     // The terminal title was only a signal; the title is the person's message in the rollout.
     EXPECT_EQ(session->autoTitle(), "run the build");
     session->shutdown();
@@ -182,8 +187,7 @@ TEST_F(LiveAgentTest, GeminiWaitsByItsTranscriptAndKeepsItsFileThroughAClear) {
     auto session =
         start(SessionKind::gemini,
               fakeAgent("fake_gemini.py", "--ask run_shell_command=make --model gemini-2.5-pro --work 0.1"));
-    ASSERT_TRUE(ready(*session));
-    type(*session, "build it");
+    ASSERT_TRUE(prompt(*session, "build it"));
     ASSERT_TRUE(phase(*session, AgentPhase::awaitingApproval));
     ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
     EXPECT_EQ(session->modelName(), "gemini-2.5-pro");
@@ -196,9 +200,7 @@ TEST_F(LiveAgentTest, GeminiWaitsByItsTranscriptAndKeepsItsFileThroughAClear) {
     const auto headText = Paths::readHead(file, 4096).value_or("");
     EXPECT_NE(headText.find("\"sessionId\":\"" + *session->resumeID() + "\""), std::string::npos);
 
-    ASSERT_TRUE(session->answer(Decision::approve, clock.now));
-    ASSERT_TRUE(phase(*session, AgentPhase::turnEnded));
-    ASSERT_TRUE(settle(*session, SessionStatus::idle()));
+    ASSERT_TRUE(answerAndSettle(*session, Decision::approve, AgentPhase::turnEnded, SessionStatus::idle()));
     type(*session, "/clear");
     main.runFor(500ms);
     EXPECT_EQ(session->telemetry()->boundURL(), file);
@@ -263,8 +265,7 @@ TEST_F(LiveAgentTest, ApproveFromANotificationReachesTheAgent) {
     auto session = store.startSession(
         SessionKind::claude, projectID,
         {fakeAgent("fake_claude.py", "--ask 'Edit=src/app.ts' --model claude-sonnet-4 --work 0.1")});
-    ASSERT_TRUE(ready(*session));
-    type(*session, "tidy the app");
+    ASSERT_TRUE(prompt(*session, "tidy the app"));
     ASSERT_TRUE(main.runUntil([&] { return session->pendingRequest().has_value(); }, 15s));
 
     // Saved at once: a restart resumes this conversation.
