@@ -14,6 +14,8 @@ drive the same script through different flows:
   --title TEXT         set the terminal title to TEXT at start
   --limit-at-start     print a usage-limit notice at once
   --limit-in SECONDS   the reset time of a usage-limit notice lies this far ahead (default 5)
+  --exit-after SECONDS the agent ends by itself after this long (default 600), so none outlives
+                       a test run that lost track of it
 
 Typed commands: "/clear" starts a new conversation (a new file where the agent does that),
 "/limit" prints the usage-limit notice, "/exit" ends the agent. Anything else is a prompt.
