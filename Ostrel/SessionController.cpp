@@ -487,9 +487,7 @@ void SessionController::modelCandidate(std::string_view text) {
 }
 
 void SessionController::limitCandidate(std::string_view text) {
-    if (hasExited_ || !options_.limitText) return;
-    auto read = options_.limitText;
-    read(*this, text);
+    if (!hasExited_) onLimitCandidate(text);
 }
 
 void SessionController::noteModelSwitch(std::string value) {
@@ -635,6 +633,7 @@ void SessionController::shutdown() {
     telemetryTimer_.reset();
     noticeTimer_.reset();
     resumesAt_.reset();
+    typingSteps_.clear(); // a half-typed plan stops here
     if (hadTelemetry && options_.telemetryRelease) options_.telemetryRelease(*this);
     // Chunks still queued for the terminal must not move the status of a session being closed.
     auto& view = *terminalView_;
