@@ -239,7 +239,7 @@ AppStore::Session AppStore::startSession(SessionKind kind, const UUID& projectID
     if (owner == nullptr) return nullptr;
     const std::string cwd = options.cwd.value_or(owner->path);
     Session started = SessionController::create(projectID, cwd, kind, std::move(options.command),
-                                                std::move(options.title), options_.session);
+                                                std::move(options.title), steeringOptions());
     if (options.tintIndex) started->setTint(options.tintIndex);
     installCallbacks(started);
     sessions_.push_back(started);
@@ -366,6 +366,26 @@ void AppStore::installCallbacks(const Session& target) {
     target->onUsageEvent = [this, kind = target->kind()](std::string_view event) {
         usageEvents_.send(event, kind);
     };
+    target->onAutoResumed = [this](SessionController& self) { sessionAutoResumed(self); };
+}
+
+// MARK: Steering
+
+SessionOptions AppStore::steeringOptions() const {
+    SessionOptions options = options_.session;
+    if (options.settings == nullptr) options.settings = &settings_;
+    if (!options.quotaWindows) options.quotaWindows = quotaWindows_;
+    return options;
+}
+
+void AppStore::setQuotaWindows(std::shared_ptr<const QuotaWindowsProvider> provider) {
+    assertMainThread();
+    quotaWindows_ = provider ? std::move(provider) : std::make_shared<NoQuotaWindows>();
+}
+
+void AppStore::sessionAutoResumed(SessionController& target) {
+    usageEvents_.send("auto_resume", target.kind());
+    if (notifications_ != nullptr) notifications_->notifyResumed(target.displayTitle());
 }
 
 void AppStore::sessionChanged() {

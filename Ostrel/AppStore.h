@@ -226,6 +226,11 @@ public:
     // and deny buttons go to the session's answer(), which drops a stale one.
     void setNotifications(SessionNotifications* notifications);
 
+    // MARK: Steering
+    // Where sessions find the quota windows that date an auto-resume; none: no windows known.
+    // Sessions started afterwards use it.
+    void setQuotaWindows(std::shared_ptr<const QuotaWindowsProvider> provider);
+
 private:
     void assertMainThread() const;
     void changed();
@@ -238,6 +243,9 @@ private:
     OstrelCore::PaneNode& tree(const UUID& projectID);
     void storeTree(const UUID& projectID, OstrelCore::PaneNode tree);
     std::vector<UUID> aliveSessionIDs(const UUID& projectID) const;
+    // MARK: Steering
+    SessionOptions steeringOptions() const;
+    void sessionAutoResumed(SessionController& session);
 
     const std::string stateURL_;
     Settings& settings_;
@@ -269,6 +277,7 @@ private:
     bool applicationActive_ = true;
     SessionNotifications* notifications_ = nullptr;
     std::map<UUID, std::vector<RestorableSession>> pendingRestore_;
+    std::shared_ptr<const QuotaWindowsProvider> quotaWindows_ = std::make_shared<NoQuotaWindows>();
 
     // Background branch reads hop back only while this is open; the destructor closes it, so a
     // read that finishes late never reaches a store or a loop that is gone.

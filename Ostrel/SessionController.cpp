@@ -519,9 +519,7 @@ void SessionController::modelCandidate(std::string_view text) {
 }
 
 void SessionController::limitCandidate(std::string_view text) {
-    if (hasExited_ || !options_.limitText) return;
-    auto read = options_.limitText;
-    read(*this, text);
+    if (!hasExited_) onLimitCandidate(text);
 }
 
 void SessionController::noteModelSwitch(std::string value) {
@@ -673,6 +671,7 @@ void SessionController::shutdown() {
     telemetryTimer_.reset();
     noticeTimer_.reset();
     resumesAt_.reset();
+    typingSteps_.clear(); // a half-typed plan stops here
     if (hadTelemetry && telemetry_) {
         telemetry_->release();
         telemetryReleased_ = true;

@@ -4,8 +4,10 @@
 #pragma once
 
 #include "Ostrel/MainTimer.h"
+#include "Ostrel/QuotaWindowsProvider.h"
 #include "Ostrel/SessionTelemetry.h"
 #include "Ostrel/SessionTerminalView.h"
+#include "Ostrel/Settings.h"
 #include "OstrelCore/AgentPhase.h"
 #include "OstrelCore/ApprovalPolicy.h"
 #include "OstrelCore/CodexPicker.h"
@@ -49,6 +51,9 @@ struct SessionTiming {
     // Output wakes a settled (ready, waiting, idle) session only this soon after real typing.
     double inputWakeWindow = 2.0;
     double agentSilenceThreshold = 6.0; // seconds without output before the transcript decides
+    // The planned auto-resume looks at the session's clock at least this often, so that a
+    // machine that slept or a clock that was set still resumes at the right date.
+    std::chrono::milliseconds resumeCheckPeriod{30000};
 };
 
 class SessionController;
@@ -72,9 +77,14 @@ struct SessionOptions {
     // Stands in for the transcript poll (tests that set a phase without writing a transcript):
     // when set, each telemetry tick applies what it returns and polls nothing.
     std::function<std::optional<OstrelCore::TranscriptReading>(SessionController&)> injectedReading;
-    // Output that holds a rate-limit marker ("hit your", "usage limit", ...), as valid UTF-8 text:
-    // where the limit reader recognises a block and plans the resume.
-    std::function<void(SessionController&, std::string_view text)> limitText;
+
+    // MARK: Steering (SessionSteering.cpp)
+    // The switches ("resume.auto"); none: every switch at its default.
+    const Settings* settings = nullptr;
+    // The quota windows that date an auto-resume; none: the agent's own notice alone dates it.
+    std::shared_ptr<const QuotaWindowsProvider> quotaWindows;
+    // The platform's beep, when a typed plan is refused. Empty: a line on the diagnostics log.
+    std::function<void()> beep;
 };
 
 class SessionController : public std::enable_shared_from_this<SessionController> {
@@ -224,6 +234,36 @@ public:
     // the moment the answer was given); otherwise nothing happens and the answer is false.
     bool answer(OstrelCore::ApprovalPolicy::Decision decision, TimePoint now);
 
+    // MARK: Steering (SessionSteering.cpp): typing into the agent on the person's behalf.
+    // Every delayed keystroke runs on the main queue and only while this session is alive.
+
+    // Auto-resumes of one session, at most; a `likely` block gets a single one.
+    static constexpr int maxResumeAttempts = 3;
+    // The bottom rows of the screen in which the agent's input box is sought.
+    static constexpr int composerRows = 14;
+
+    // What the person left in the agent's input box: none when no box is recognised, "" for an
+    // empty one (or one that shows only its hint).
+    std::optional<std::string> composerDraft();
+    // Sends `text` as a prompt and puts a one-line draft back afterwards. False (with a beep and
+    // the notice "pane.draftBusy") when the box can't be read or holds several lines.
+    bool sendPreservingDraft(std::string_view text);
+    // Efforts the agent offers now: Codex's from its model catalogue.
+    std::vector<std::string> effortChoices() const;
+    // The modes Shift-Tab steps through, in order.
+    std::vector<std::string> permissionCycle() const;
+    // Each returns whether keys were (or are being) typed.
+    bool switchModel(const std::string& value);
+    bool switchEffort(const std::string& value);
+    bool switchPermissionMode(const std::string& value);
+    // Codex's model menu: "/model", then one digit per menu level, around the draft.
+    bool typeCodexPicker(const std::string& model, const std::optional<std::string>& effort);
+    // Output with a limit marker: recognises a usage-limit block and plans the resume.
+    void onLimitCandidate(std::string_view text);
+    void scheduleResume(const OstrelCore::RateLimitBlock& block);
+    // A keystroke plan is still typing.
+    bool typingPending() const;
+
     // Callbacks to the owner, all on the main thread.
     std::function<void()> onChange;
     std::function<void()> onFocus;
@@ -236,6 +276,8 @@ public:
     std::function<void()> onResumeIDChange;
     // Usage events of the session ("notification_answer").
     std::function<void(std::string_view event)> onUsageEvent;
+    // "continue" was typed after a rate limit lifted: the owner notifies and counts it.
+    std::function<void(SessionController&)> onAutoResumed;
 
 private:
     struct Passkey {};
@@ -272,6 +314,14 @@ private:
 
     void scheduleHostReconcile();
     void reconcileHosts();
+
+    // MARK: Steering (SessionSteering.cpp)
+    void refuseTyping();
+    bool autoResumeOn() const;
+    // Types `bytes` after `delay` seconds on the main queue, unless the session is gone by then.
+    void typeAfter(double delay, std::string bytes);
+    void armResumeTimer();
+    void resumeTimerFired();
 
     const UUID id_ = UUID::random();
     const UUID projectID_;
@@ -326,6 +376,9 @@ private:
     std::optional<SessionTelemetry> telemetry_;
     bool pollInFlight_ = false;      // a copy is out on the pool: the next tick skips
     bool telemetryReleased_ = false; // shutdown let go of the claims: a late copy lets go too
+
+    // MARK: Steering (SessionSteering.cpp)
+    std::vector<std::unique_ptr<MainTimer>> typingSteps_; // the pending keystrokes of a plan
 };
 
 } // namespace Ostrel

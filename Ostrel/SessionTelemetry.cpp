@@ -1,6 +1,7 @@
 // Binding a live session to its transcript file, following it to a successor, and reading its tail.
 #include "Ostrel/SessionTelemetry.h"
 
+#include "Ostrel/LocalTimeZone.h"
 #include "Ostrel/Paths.h"
 #include "OstrelCore/ClaudeTranscript.h"
 #include "OstrelCore/CodexTranscript.h"
@@ -159,25 +160,6 @@ bool byCreation(const ListedFile& a, const ListedFile& b) {
     return *a.created < *b.created;
 }
 
-const date::time_zone* localZone() {
-    try {
-        if (const char* variable = std::getenv("TZ"); variable != nullptr && variable[0] != '\0') {
-            std::string_view name = variable;
-            if (name.front() == ':') name.remove_prefix(1);
-            if (std::size_t at = name.find("zoneinfo/"); at != std::string_view::npos)
-                name.remove_prefix(at + 9);
-            try {
-                return date::locate_zone(name);
-            } catch (...) {
-                // A POSIX rule such as "CET-1CEST" names no zone of the database: use the system's.
-            }
-        }
-        return date::current_zone();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -248,7 +230,7 @@ std::optional<std::string> SystemFileSystem::readTail(const std::string& path, s
 
 TelemetryEnvironment TelemetryEnvironment::system() {
     static const auto shared = std::make_shared<const SystemFileSystem>();
-    static const date::time_zone* zone = localZone();
+    static const date::time_zone* zone = localTimeZone();
     return {shared, Paths::home(), zone};
 }
 

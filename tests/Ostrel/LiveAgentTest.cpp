@@ -8,6 +8,7 @@
 #include "Ostrel/Notifier.h"
 #include "Ostrel/Paths.h"
 #include "Ostrel/SessionController.h"
+#include "OstrelCore/RateLimitSignals.h"
 #include "WorkspaceHarness.h"
 
 #include <algorithm>
@@ -47,9 +48,6 @@ protected:
         // Ticks come often; the hand-moved clock stands in for the seconds of silence.
         options.timing.statusPeriod = 20ms;
         options.timing.telemetryPeriod = 100ms;
-        options.limitText = [this](SessionController&, std::string_view text) {
-            limitTexts.emplace_back(text);
-        };
         return options;
     }
     std::shared_ptr<SessionController> start(SessionKind kind, std::string command) {
@@ -95,13 +93,13 @@ protected:
     ManualClock clock;
     std::string project = home / "proj";
     int attentions = 0, resumeIDChanges = 0;
-    std::vector<std::string> limitTexts, events;
+    std::vector<std::string> events;
 };
 
 TEST_F(LiveAgentTest, ClaudeIsBoundReadApprovedClearedAndLimited) {
     auto session = start(SessionKind::claude,
                          fakeAgent("fake_claude.py", "--ask 'Bash=rm -rf build' --model claude-sonnet-4 "
-                                                     "--context 50000 --work 0.2"));
+                                                     "--context 50000 --work 0.2 --limit-in 600"));
     ASSERT_TRUE(prompt(*session, "fix the build"));
     EXPECT_EQ(session->status(), SessionStatus::working());
 
@@ -141,9 +139,15 @@ TEST_F(LiveAgentTest, ClaudeIsBoundReadApprovedClearedAndLimited) {
     EXPECT_EQ(session->contextUsed(), 0);
     EXPECT_EQ(resumeIDChanges, 2);
 
+    // The usage-limit notice plans the resume at the time it names, to the second, plus the
+    // margin that lets the provider's clock catch up.
     type(*session, "/limit");
-    ASSERT_TRUE(main.runUntil([&] { return !limitTexts.empty(); }, 15s));
-    EXPECT_NE(limitTexts.front().find("hit your usage limit"), std::string::npos) << limitTexts.front();
+    ASSERT_TRUE(main.runUntil([&] { return session->resumesAt().has_value(); }, 15s));
+    const auto ahead =
+        std::chrono::duration<double>(*session->resumesAt() - std::chrono::system_clock::now());
+    const double expected = 600.0 + OstrelCore::RateLimitSignals::safetyMargin;
+    EXPECT_GT(ahead.count(), expected - 10.0);
+    EXPECT_LT(ahead.count(), expected + 1.0);
     session->shutdown();
     EXPECT_FALSE(SessionTelemetry::isClaimed(*session->resumeIDSourcePath()));
 }

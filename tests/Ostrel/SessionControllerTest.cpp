@@ -45,9 +45,6 @@ protected:
             ++telemetryTicks;
             return transcript;
         };
-        options.limitText = [this](SessionController&, std::string_view text) {
-            limitTexts.emplace_back(text);
-        };
         auto session =
             SessionController::create(UUID::random(), home.path(), kind, std::move(command), "", options);
         session->onChange = [this] { ++changes; };
@@ -73,7 +70,6 @@ protected:
     ScriptedAgent agent{home};
     std::optional<TranscriptReading> transcript;
     int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0;
-    std::vector<std::string> limitTexts;
 };
 
 TEST_F(SessionControllerTest, LaunchSetsAgentVariablesAndDropsTheOnesOfAnEnclosingAgent) {
@@ -270,15 +266,16 @@ TEST_F(SessionControllerTest, SystemPortsAreIgnoredAndTheFirstServerPortStays) {
 TEST_F(SessionControllerTest, LimitTextsReachTheLimitReaderOnlyFromAgents) {
     auto service = start(SessionKind::service, "exec gemini");
     ASSERT_TRUE(say(*service, "You've hit your usage limit"));
-    EXPECT_TRUE(limitTexts.empty());
+    EXPECT_FALSE(service->rateLimitBlock());
     service->shutdown();
     EXPECT_FALSE(service->telemetry()); // a service has no transcript
 
     auto agent = start(SessionKind::codex);
     ASSERT_TRUE(say(*agent, "Working on it"));
+    EXPECT_FALSE(agent->rateLimitBlock());
     ASSERT_TRUE(say(*agent, "You've hit your usage limit. Try again at 3:05 PM."));
-    ASSERT_EQ(limitTexts.size(), 1u);
-    EXPECT_NE(limitTexts[0].find("Try again at 3:05 PM."), std::string::npos);
+    ASSERT_TRUE(agent->rateLimitBlock());
+    EXPECT_EQ(agent->rateLimitBlock()->rawMessage, "You've hit your usage limit. Try again at 3:05 PM.");
     agent->shutdown();
 }
 

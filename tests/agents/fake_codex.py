@@ -76,8 +76,7 @@ class Codex(fakeagent.Agent):
         super().answer(approve)
 
     def limit_text(self, reset):
-        return ("■ You've hit your usage limit. Upgrade to Pro or try again at %s."
-                % reset.strftime("%-I:%M:%S %p"))
+        return "■ You've hit your usage limit. Upgrade to Pro or try again at %s." % reset
 
 
 def main():

@@ -142,11 +142,12 @@ class Agent:
             self.write("\x07")
 
     def limit_notice(self):
-        reset = datetime.datetime.now() + datetime.timedelta(seconds=self.options.limit_in)
-        self.say(self.limit_text(reset))
+        reset = datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(seconds=self.options.limit_in)
+        # To the second, so that a reset a few seconds ahead can be told apart from now.
+        self.say(self.limit_text(reset.strftime("%Y-%m-%dT%H:%M:%SZ")))
 
     def limit_text(self, reset):
-        return "You've hit your usage limit. Try again at %s." % reset.strftime("%-I:%M:%S %p")
+        return "You've hit your usage limit. Resets at %s." % reset
 
     def work(self):
         frames = "|/-\\"
