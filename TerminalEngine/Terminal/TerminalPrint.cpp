@@ -88,6 +88,10 @@ void Terminal::handlePrint(ByteSpan data) {
     const std::uint8_t* p = data.data();
     std::size_t n = data.size();
     std::size_t i = 0;
+    if (n == 1 && charset == nullptr && putbackBuffer_.empty() && p[0] >= 0x20 && p[0] < 0x7F) {
+        printAsciiRun(p, 1);
+        return;
+    }
 
     if (!putbackBuffer_.empty()) {
         // Finish the sequence the last run ended inside of.
@@ -163,6 +167,25 @@ void Terminal::repairWideCharacterAt(BufferLine& line, int col) {
 
 void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
     Buffer& b = *buffer;
+    // One character between two control sequences (a cursor move, an SGR) is the common case of
+    // full-screen programs: when it lands strictly inside the line, away from the edge and from
+    // any wide character, it is one cell store.
+    if (count == 1 && !insertMode) {
+        const int x = b.x;
+        if (x >= 0 && x < rightEdge()) {
+            BufferLine& line = lineAt(b.y);
+            const CharData* current = line.getData();
+            if (current[x].width == 1 && current[x + 1].width != 0) {
+                line.mutableCells(x + 1)[x] = CharData(curAttr, text[0], 1);
+                line.touch();
+                updateRange(b.y);
+                lastPrintedCode_ = text[0];
+                lastPrintedWidth_ = 1;
+                b.x = x + 1;
+                return;
+            }
+        }
+    }
     while (count > 0) {
         int right = rightEdge();
         if (b.x > right) {
