@@ -1,12 +1,10 @@
 // Internet date-time parsing on date/tz's civil calendar.
 #include "OstrelCore/InternetDateTime.h"
 
-#include <date/date.h>
-#include <fmt/format.h>
-
 #include <cstdint>
 
 #include <date/date.h>
+#include <fmt/format.h>
 
 namespace OstrelCore::InternetDateTime {
 namespace {

@@ -454,7 +454,8 @@ std::optional<Entry> entryFromJSON(const json& value) {
     Entry entry{*id, *parsedRole, *text, std::nullopt, std::nullopt, std::nullopt};
     if (const std::string* tool = JSONRead::text(value, "tool")) entry.tool = *tool;
     if (const std::string* target = JSONRead::text(value, "target")) entry.target = *target;
-    if (const std::string* at = JSONRead::text(value, "at")) entry.at = InternetDateTime::parseMilliseconds(*at);
+    if (const std::string* at = JSONRead::text(value, "at"))
+        entry.at = InternetDateTime::parseMilliseconds(*at);
     return entry;
 }
 

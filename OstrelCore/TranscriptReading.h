@@ -16,7 +16,7 @@ struct TranscriptReading {
     std::optional<std::int64_t> contextWindow;
     std::optional<std::string> permissionMode; // Claude only
     std::optional<AgentPhase> phase;
-    std::optional<std::string> sessionTitle; // already cleaned for display
+    std::optional<std::string> sessionTitle;      // already cleaned for display
     std::optional<std::string> pendingToolName;   // Claude only
     std::optional<std::string> pendingToolTarget; // Claude only; empty when the tool names no target
 

@@ -18,9 +18,9 @@ TEST(InternetDateTime, ParsesTheFormsAgentsWrite) {
 }
 
 TEST(InternetDateTime, RefusesWhatIsNotOne) {
-    for (const char* text : {"", "2025-12-16", "2025-12-16T02:00:00", "2025-02-30T00:00:00Z",
-                             "2025-12-16T24:00:00Z", "2025-12-16T02:00:00.Z", "2025-12-16T02:00:00Z ",
-                             "2025-12-16 02:00:00Z", "[trimmed for fixture]"})
+    for (const char* text :
+         {"", "2025-12-16", "2025-12-16T02:00:00", "2025-02-30T00:00:00Z", "2025-12-16T24:00:00Z",
+          "2025-12-16T02:00:00.Z", "2025-12-16T02:00:00Z ", "2025-12-16 02:00:00Z", "[trimmed for fixture]"})
         EXPECT_EQ(InternetDateTime::parse(text), std::nullopt) << text;
 }
 

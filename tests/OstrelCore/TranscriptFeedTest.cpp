@@ -368,7 +368,8 @@ TEST(TranscriptFeed, LargeLineIsSearchedOnlyAtItsEnds) {
 }
 
 TEST(TranscriptFeed, EntryJSONRoundTrips) {
-    Entry entry{"u1#2", Role::tool, "", "Read", "a.ts", InternetDateTime::parseMilliseconds("2025-12-16T02:00:00.250Z")};
+    Entry entry{"u1#2", Role::tool, "",
+                "Read", "a.ts",     InternetDateTime::parseMilliseconds("2025-12-16T02:00:00.250Z")};
     nlohmann::json encoded = TranscriptFeed::toJSON(entry);
     EXPECT_EQ(
         encoded.dump(),
