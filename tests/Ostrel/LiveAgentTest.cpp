@@ -81,6 +81,17 @@ protected:
     bool phase(SessionController& session, AgentPhase expected) {
         return main.runUntil([&] { return session.agentPhase() == expected; }, 15s);
     }
+    // The agent prints its usage-limit notice with a reset time `resetIn` seconds ahead: the
+    // session plans its resume at that time, to the second, plus the safety margin.
+    void expectResumePlanned(SessionController& session, double resetIn) {
+        type(session, "/limit");
+        ASSERT_TRUE(main.runUntil([&] { return session.resumesAt().has_value(); }, 15s));
+        const auto ahead =
+            std::chrono::duration<double>(*session.resumesAt() - std::chrono::system_clock::now());
+        const double expected = resetIn + OstrelCore::RateLimitSignals::safetyMargin;
+        EXPECT_GT(ahead.count(), expected - 10.0);
+        EXPECT_LT(ahead.count(), expected + 1.0);
+    }
     // Answers the waiting agent, which then writes `then` to its transcript, and lets the session
     // settle to `settled`.
     bool answerAndSettle(SessionController& session, Decision decision, AgentPhase then,
@@ -141,13 +152,7 @@ TEST_F(LiveAgentTest, ClaudeIsBoundReadApprovedClearedAndLimited) {
 
     // The usage-limit notice plans the resume at the time it names, to the second, plus the
     // margin that lets the provider's clock catch up.
-    type(*session, "/limit");
-    ASSERT_TRUE(main.runUntil([&] { return session->resumesAt().has_value(); }, 15s));
-    const auto ahead =
-        std::chrono::duration<double>(*session->resumesAt() - std::chrono::system_clock::now());
-    const double expected = 600.0 + OstrelCore::RateLimitSignals::safetyMargin;
-    EXPECT_GT(ahead.count(), expected - 10.0);
-    EXPECT_LT(ahead.count(), expected + 1.0);
+    expectResumePlanned(*session, 600.0);
     session->shutdown();
     EXPECT_FALSE(SessionTelemetry::isClaimed(*session->resumeIDSourcePath()));
 }
@@ -166,10 +171,10 @@ TEST_F(LiveAgentTest, ClaudeDenialTypesEscapeAndATerminalTitleOutranksTheTranscr
     session->shutdown();
 }
 
-TEST_F(LiveAgentTest, CodexAsksThroughItsTitleAndReadsItsRollout) {
+TEST_F(LiveAgentTest, CodexAsksThroughItsTitleReadsItsRolloutAndIsLimited) {
     auto session =
         start(SessionKind::codex, fakeAgent("fake_codex.py", "--ask shell=make --model gpt-5-codex "
-                                                             "--context 3000 --work 0.1"));
+                                                             "--context 3000 --work 0.1 --limit-in 600"));
     ASSERT_TRUE(prompt(*session, "run the build"));
     ASSERT_TRUE(main.runUntil([&] { return session->status() == SessionStatus::waiting(); }, 15s));
     EXPECT_EQ(attentions, 1);
@@ -184,13 +189,15 @@ TEST_F(LiveAgentTest, CodexAsksThroughItsTitleAndReadsItsRollout) {
     ASSERT_TRUE(answerAndSettle(*session, Decision::approve, AgentPhase::turnEnded, SessionStatus::idle()));
     // The terminal title was only a signal; the title is the person's message in the rollout.
     EXPECT_EQ(session->autoTitle(), "run the build");
+    expectResumePlanned(*session, 600.0);
     session->shutdown();
 }
 
-TEST_F(LiveAgentTest, GeminiWaitsByItsTranscriptAndKeepsItsFileThroughAClear) {
+TEST_F(LiveAgentTest, GeminiWaitsByItsTranscriptKeepsItsFileThroughAClearAndIsLimited) {
     auto session =
         start(SessionKind::gemini,
-              fakeAgent("fake_gemini.py", "--ask run_shell_command=make --model gemini-2.5-pro --work 0.1"));
+              fakeAgent("fake_gemini.py", "--ask run_shell_command=make --model gemini-2.5-pro --work 0.1 "
+                                          "--limit-in 600"));
     ASSERT_TRUE(prompt(*session, "build it"));
     ASSERT_TRUE(phase(*session, AgentPhase::awaitingApproval));
     ASSERT_TRUE(settle(*session, SessionStatus::waiting()));
@@ -208,6 +215,7 @@ TEST_F(LiveAgentTest, GeminiWaitsByItsTranscriptAndKeepsItsFileThroughAClear) {
     type(*session, "/clear");
     main.runFor(500ms);
     EXPECT_EQ(session->telemetry()->boundURL(), file);
+    expectResumePlanned(*session, 600.0);
     session->shutdown();
 }
 

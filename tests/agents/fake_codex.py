@@ -76,7 +76,7 @@ class Codex(fakeagent.Agent):
         super().answer(approve)
 
     def limit_text(self, reset):
-        return "■ You've hit your usage limit. Upgrade to Pro or try again at %s." % reset
+        return "You've hit your usage limit. Upgrade to Pro or try again at %s." % reset
 
 
 def main():
