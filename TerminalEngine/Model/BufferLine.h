@@ -52,6 +52,13 @@ public:
     // Fills `count` cells with one value (the fast way to blank a row).
     static void fillCells(CharData* cells, const CharData& value, int count);
     void fill(const CharData& with);
+    // A blank line again: every cell `with`, not wrapped, single width, no images.
+    void reset(const CharData& with) {
+        fill(with);
+        isWrapped = false;
+        renderMode = RenderLineMode::single;
+        images.reset();
+    }
     void fill(const CharData& with, int atCol, int len);
     void copyFrom(const BufferLine& line);
     void copyFrom(const BufferLine& line, int srcCol, int dstCol, int len);

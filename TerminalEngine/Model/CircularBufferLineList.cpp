@@ -113,11 +113,9 @@ BufferLine& CircularBufferLineList::recycle(const Attribute& attribute, bool isW
     bool hadImages = carriesImages(&line);
     startIndex_ = getCyclicIndex(1);
     const CharData blank(attribute, 0, 1);
-    line.fill(blank);
+    line.reset(blank);
     line.fillCharacter = blank;
     line.isWrapped = isWrapped;
-    line.renderMode = BufferLine::RenderLineMode::single;
-    line.images.reset();
     if (onLineRecycled) onLineRecycled(hadImages);
     return line;
 }

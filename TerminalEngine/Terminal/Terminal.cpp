@@ -386,11 +386,7 @@ void Terminal::scrollUpRegion(int count) {
         for (int n = 0; n < count; ++n) {
             for (int row = top; row < bottom; ++row)
                 b.lines.swap(row, row + 1);
-            BufferLine& fresh = b.lines[bottom];
-            fresh.fill(eraseCell());
-            fresh.isWrapped = false;
-            fresh.renderMode = BufferLine::RenderLineMode::single;
-            fresh.images.reset();
+            b.lines[bottom].reset(eraseCell());
         }
     }
     updateRange(b.scrollTop);
@@ -417,11 +413,7 @@ void Terminal::scrollDownRegion(int count) {
         for (int n = 0; n < count; ++n) {
             for (int row = bottom; row > top; --row)
                 b.lines.swap(row, row - 1);
-            BufferLine& fresh = b.lines[top];
-            fresh.fill(eraseCell());
-            fresh.isWrapped = false;
-            fresh.renderMode = BufferLine::RenderLineMode::single;
-            fresh.images.reset();
+            b.lines[top].reset(eraseCell());
         }
     }
     updateRange(b.scrollTop);

@@ -399,6 +399,7 @@ private:
     void scroll(bool isWrapped = false);
     void scrollUpRegion(int count);
     void scrollDownRegion(int count);
+    void scrollFromCursorRow(int count, bool down);
     void eraseInBufferLine(int y, int start, int end, bool clearWrap = false, bool clearRenderMode = false,
                            bool clearImages = false);
     void resetBufferLine(int y);

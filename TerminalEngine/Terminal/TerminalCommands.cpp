@@ -351,30 +351,29 @@ void Terminal::cmdDeleteChars(Params pars) {
     updateRange(b.y);
 }
 
-void Terminal::cmdInsertLines(Params pars) {
+// Inserting or deleting lines scrolls the part of the region from the cursor's row down.
+void Terminal::scrollFromCursorRow(int count, bool down) {
     Buffer& b = *buffer;
     if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
     if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
     int savedTop = b.scrollTop;
     b.scrollTop = b.y;
-    scrollDownRegion(param(pars, 0, 1));
+    if (down)
+        scrollDownRegion(count);
+    else
+        scrollUpRegion(count);
     b.scrollTop = savedTop;
     b.x = leftEdge();
     updateRange(b.y);
     updateRange(b.scrollBottom);
 }
 
+void Terminal::cmdInsertLines(Params pars) {
+    scrollFromCursorRow(param(pars, 0, 1), true);
+}
+
 void Terminal::cmdDeleteLines(Params pars) {
-    Buffer& b = *buffer;
-    if (b.y < b.scrollTop || b.y > b.scrollBottom) return;
-    if (marginMode && (b.x < b.marginLeft || b.x > b.marginRight)) return;
-    int savedTop = b.scrollTop;
-    b.scrollTop = b.y;
-    scrollUpRegion(param(pars, 0, 1));
-    b.scrollTop = savedTop;
-    b.x = leftEdge();
-    updateRange(b.y);
-    updateRange(b.scrollBottom);
+    scrollFromCursorRow(param(pars, 0, 1), false);
 }
 
 void Terminal::cmdScrollUp(Params pars) {
@@ -629,10 +628,11 @@ void Terminal::cmdCsiM(Params pars, std::string_view collect) {
     auto extendedColor = [&](std::size_t i, std::optional<Attribute::Color>& out) -> std::size_t {
         std::size_t n = pars.size();
         if (separatorAfter(i) == ':') {
-            std::vector<std::int64_t> sub;
+            // The subparameters are the run of parameters joined to this one by colons.
             std::size_t j = i;
             while (j + 1 < n && separatorAfter(j) == ':')
-                sub.push_back(pars[++j]);
+                ++j;
+            const Params sub = pars.subspan(i + 1, j - i);
             if (sub.empty()) return j;
             if (sub[0] == 5 && sub.size() >= 2) {
                 out =
