@@ -1,4 +1,5 @@
-// Reset times read from limit notices: the five forms, the notice's own zone, and clock changes.
+// Reset times read from limit notices: the five forms, the notice's own zone,
+// and clock changes.
 #include "OstrelCore/RateLimitReset.h"
 
 #include <span>
@@ -117,43 +118,39 @@ TEST(RateLimitResetTest, BareClockTimesNeedACueAndAreTheNextMatchInTheZone) {
     expectAll(cases, june1, zone("America/New_York"));
 }
 
-TEST(RateLimitResetTest, ANullZoneMeansUtc) {
-    const Case cases[] = {{"resets 3pm", utc(2025_y / 6 / 1, 15)}};
-    expectAll(cases, june1, nullptr);
-}
-
-TEST(RateLimitResetTest, ClockTimesInASpringGapMoveToTheFirstValidTime) {
-    // 9 March 2025, 01:00 EST; at 02:00 the clocks in New York jump to 03:00.
-    const Case cases[] = {
-        {"resets at 2:30am", utc(2025_y / 3 / 9, 7)},
-        {"resets at 3:30am", utc(2025_y / 3 / 9, 7, 30)},
-        {"at 2025-03-09T02:30:00", utc(2025_y / 3 / 9, 7, 30)}, // written out: read with the earlier offset
+// Clock times around clock changes, in other zones than the notice's and with
+// no zone at all.
+TEST(RateLimitResetTest, ClockChangesAndZonesOtherThanNewYork) {
+    const date::time_zone* newYork = zone("America/New_York");
+    struct ZoneCase {
+        std::string_view notice;
+        Date now;
+        const date::time_zone* zone;
+        Date expected;
+    } cases[] = {
+        {"resets 3pm", june1, nullptr, utc(2025_y / 6 / 1, 15)}, // no zone: UTC
+        // 9 March 2025, 01:00 EST; at 02:00 the clocks in New York jump to 03:00:
+        // a time in the gap moves to the first valid one, and a written-out one
+        // is read with the earlier offset.
+        {"resets at 2:30am", utc(2025_y / 3 / 9, 6), newYork, utc(2025_y / 3 / 9, 7)},
+        {"resets at 3:30am", utc(2025_y / 3 / 9, 6), newYork, utc(2025_y / 3 / 9, 7, 30)},
+        {"at 2025-03-09T02:30:00", utc(2025_y / 3 / 9, 6), newYork, utc(2025_y / 3 / 9, 7, 30)},
+        // 2 November 2025, 00:00 EDT; 01:00 to 02:00 happens twice: the first
+        // occurrence counts.
+        {"resets at 1:30am", utc(2025_y / 11 / 2, 4), newYork, utc(2025_y / 11 / 2, 5, 30)},
+        {"resets at 2:30am", utc(2025_y / 11 / 2, 4), newYork, utc(2025_y / 11 / 2, 7, 30)},
+        // Saturday 29 March 2025 in Paris; the clocks go forward that night.
+        // Elapsed time is not clock time.
+        {"resets at 9am (Europe/Paris)", utc(2025_y / 3 / 29, 12), newYork, utc(2025_y / 3 / 30, 7)},
+        {"resets in 24 hours (Europe/Paris)", utc(2025_y / 3 / 29, 12), newYork, utc(2025_y / 3 / 30, 12)},
+        // Santiago skips midnight on 7 September 2025: a bare date starts at
+        // 01:00 (-03).
+        {"resets Sep 7", utc(2025_y / 9 / 5, 12), zone("America/Santiago"), utc(2025_y / 9 / 7, 4)},
     };
-    expectAll(cases, utc(2025_y / 3 / 9, 6), zone("America/New_York"));
-}
-
-TEST(RateLimitResetTest, RepeatedAutumnTimesTakeTheFirstOccurrence) {
-    // 2 November 2025, 00:00 EDT; 01:00 to 02:00 happens twice.
-    const Case cases[] = {
-        {"resets at 1:30am", utc(2025_y / 11 / 2, 5, 30)},
-        {"resets at 2:30am", utc(2025_y / 11 / 2, 7, 30)},
-    };
-    expectAll(cases, utc(2025_y / 11 / 2, 4), zone("America/New_York"));
-}
-
-TEST(RateLimitResetTest, ClockTimesAfterAChangeUseTheNewOffset) {
-    // Saturday 29 March 2025 in Paris; the clocks go forward that night.
-    const Case cases[] = {
-        {"resets at 9am (Europe/Paris)", utc(2025_y / 3 / 30, 7)},
-        {"resets in 24 hours (Europe/Paris)", utc(2025_y / 3 / 30, 12)}, // elapsed time, not clock time
-    };
-    expectAll(cases, utc(2025_y / 3 / 29, 12), zone("America/New_York"));
-}
-
-TEST(RateLimitResetTest, ADateWithoutATimeStartsAtTheDaysFirstValidMoment) {
-    // Santiago skips midnight on 7 September 2025: the day starts at 01:00 (-03).
-    const Case cases[] = {{"resets Sep 7", utc(2025_y / 9 / 7, 4)}};
-    expectAll(cases, utc(2025_y / 9 / 5, 12), zone("America/Santiago"));
+    for (const ZoneCase& c : cases) {
+        const Case one[] = {{c.notice, c.expected}};
+        expectAll(one, c.now, c.zone);
+    }
 }
 
 TEST(RateLimitResetTest, NoticeZoneTriesIdentifiersThenAbbreviationsThenUtc) {

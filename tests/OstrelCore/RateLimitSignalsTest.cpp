@@ -1,4 +1,5 @@
-// Limit notices in terminal text and transcript records, and the resume decisions built on them.
+// Limit notices in terminal text and transcript records, and the resume
+// decisions built on them.
 #include "OstrelCore/RateLimitSignals.h"
 
 #include <string>
@@ -47,7 +48,9 @@ TEST(RateLimitSignalsTest, TerminalLinesMustBeginWithAKnownPhrase) {
         {"You've hit your stride, great limit", std::nullopt},
         {"API Error: 429 rate limit exceeded", Confidence::likely},
         {"Error: stream error: Too Many Requests", Confidence::likely},
-        {"API Error: {\"type\":\"error\",\"error\":{\"type\":\"rate_limit_error\"}}", Confidence::certain},
+        {"API Error: "
+         "{\"type\":\"error\",\"error\":{\"type\":\"rate_limit_error\"}}",
+         Confidence::certain},
         {"{\"type\":\"rate_limit_error\"}", std::nullopt}, // the marker counts only behind an error prefix
         {"RESOURCE_EXHAUSTED: quota metric exceeded", Confidence::likely},
         {"Why did I hit my usage limit?", std::nullopt},
@@ -68,7 +71,9 @@ TEST(RateLimitSignalsTest, TheProviderIsGuessedFromTheNoticeWords) {
         std::string_view window;
         Provider expected;
     } cases[] = {
-        {"You've hit your usage limit. Upgrade at chatgpt.com/codex/settings/usage", Provider::codex},
+        {"You've hit your usage limit. Upgrade at "
+         "chatgpt.com/codex/settings/usage",
+         Provider::codex},
         {"Quota exceeded: you have exhausted your daily quota", Provider::gemini},
         {"RESOURCE_EXHAUSTED", Provider::gemini},
         {"Claude usage limit reached", Provider::claude},
@@ -80,47 +85,50 @@ TEST(RateLimitSignalsTest, TheProviderIsGuessedFromTheNoticeWords) {
         EXPECT_EQ(RateLimitSignals::guessProvider(c.window), c.expected) << c.window;
 }
 
-TEST(RateLimitSignalsTest, TerminalNoticeNamingAZoneResetsOnThatZonesClock) {
-    auto block = RateLimitSignals::detect(
-        "\x1b[1m⏺ You've hit your usage limit · resets 3:45pm (Europe/Berlin)\x1b[0m\r\n", now, newYork());
-    ASSERT_TRUE(block);
-    EXPECT_EQ(block->confidence, Confidence::certain);
-    EXPECT_EQ(block->resumeAt, utc(2025_y / 6 / 1, 13, 45));
-    EXPECT_EQ(block->rawMessage, "You've hit your usage limit · resets 3:45pm (Europe/Berlin)");
-}
-
-TEST(RateLimitSignalsTest, TheResetTimeMayStandOnTheLinesAfterTheNotice) {
-    std::string text = "\x1b[31m● Claude usage limit reached.\x1b[0m\r\n"
-                       "  ⎿  Try again in 1h 30m\r\n"
-                       "\r\n"
-                       "> \r\n";
-    auto block = RateLimitSignals::detect(text, now, newYork());
-    ASSERT_TRUE(block);
-    EXPECT_EQ(block->provider, Provider::claude);
-    EXPECT_EQ(block->rawMessage, "Claude usage limit reached.");
-    EXPECT_EQ(block->resumeAt, now + seconds(5400));
-
-    // Four lines further down the time no longer belongs to the notice.
-    auto far =
-        RateLimitSignals::detect("Claude usage limit reached.\na\nb\nc\nTry again in 1h 30m", now, newYork());
-    ASSERT_TRUE(far);
-    EXPECT_EQ(far->resumeAt, std::nullopt);
-}
-
-TEST(RateLimitSignalsTest, TheNewestNoticeWinsAndOnlyTheLastCharactersAreRead) {
-    auto block = RateLimitSignals::detect(
-        "Rate limit exceeded\nlater output\nUsage limit reached, resets 5pm\nok", now, newYork());
-    ASSERT_TRUE(block);
-    EXPECT_EQ(block->confidence, Confidence::certain);
-
-    std::string buried = "Usage limit reached\n" + std::string(RateLimitSignals::terminalWindow, 'x');
-    EXPECT_FALSE(RateLimitSignals::detect(buried, now, newYork()));
-    EXPECT_FALSE(RateLimitSignals::detect("\x1b[2J\x1b[H", now, newYork()));
+TEST(RateLimitSignalsTest, TheNewestTerminalNoticeGivesItsTextAndTheResetNearBelowIt) {
+    struct Case {
+        const char* name;
+        std::string text;
+        std::optional<std::string> raw; // none: no block
+        std::optional<Date> resumeAt;
+        Provider provider = Provider::claude;
+    } cases[] = {
+        {"a named zone resets on that zone's clock",
+         "\x1b[1m⏺ You've hit your usage limit · resets 3:45pm "
+         "(Europe/Berlin)\x1b[0m\r\n",
+         "You've hit your usage limit · resets 3:45pm (Europe/Berlin)", utc(2025_y / 6 / 1, 13, 45),
+         Provider::codex},
+        {"the reset on a line below",
+         "\x1b[31m● Claude usage limit reached.\x1b[0m\r\n  ⎿  Try again in 1h "
+         "30m\r\n\r\n> \r\n",
+         "Claude usage limit reached.", now + seconds(5400)},
+        {"four lines down the time no longer belongs to it",
+         "Claude usage limit reached.\na\nb\nc\nTry again in 1h 30m", "Claude usage limit reached.",
+         std::nullopt},
+        {"the newest notice wins", "Rate limit exceeded\nlater output\nUsage limit reached, resets 5pm\nok",
+         "Usage limit reached, resets 5pm", utc(2025_y / 6 / 1, 21)},
+        {"a long notice is cut to 240 characters", "Usage limit reached " + std::string(300, 'z'),
+         "Usage limit reached " + std::string(219, 'z') + "…", std::nullopt},
+        {"buried behind the window",
+         "Usage limit reached\n" + std::string(RateLimitSignals::terminalWindow, 'x'), std::nullopt,
+         std::nullopt},
+        {"only escapes", "\x1b[2J\x1b[H", std::nullopt, std::nullopt},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto block = RateLimitSignals::detect(c.text, now, newYork());
+        ASSERT_EQ(block.has_value(), c.raw.has_value());
+        if (!block) continue;
+        EXPECT_EQ(block->rawMessage, *c.raw);
+        EXPECT_EQ(block->resumeAt, c.resumeAt);
+        EXPECT_EQ(block->confidence, Confidence::certain);
+        EXPECT_EQ(block->provider, c.provider);
+    }
 }
 
 TEST(RateLimitSignalsTest, TheWindowIsTheLast8000CharactersCountedAsUsersSeeThem) {
-    // The notice line (19 characters and its line feed) fits only while the text behind it leaves
-    // room; "é" and CR LF are one character each.
+    // The notice line (19 characters and its line feed) fits only while the text
+    // behind it leaves room; "é" and CR LF are one character each.
     struct Case {
         std::string filler;
         std::size_t count;
@@ -138,13 +146,6 @@ TEST(RateLimitSignalsTest, TheWindowIsTheLast8000CharactersCountedAsUsersSeeThem
             text += c.filler;
         EXPECT_EQ(RateLimitSignals::detect(text, now, newYork()).has_value(), c.found) << c.count;
     }
-}
-
-TEST(RateLimitSignalsTest, ALongNoticeIsCutTo240Characters) {
-    std::string line = "Usage limit reached " + std::string(300, 'z');
-    auto block = RateLimitSignals::detect(line, now, newYork());
-    ASSERT_TRUE(block);
-    EXPECT_EQ(block->rawMessage, "Usage limit reached " + std::string(219, 'z') + "…");
 }
 
 TEST(RateLimitSignalsTest, TranscriptRecordsAreJudgedByTypeFlagStatusAndPhrase) {
@@ -220,10 +221,9 @@ TEST(RateLimitSignalsTest, TheNewestTranscriptRecordWithABlockWins) {
     EXPECT_EQ(block->confidence, Confidence::likely);
     EXPECT_EQ(block->rawMessage, "Too many requests");
     EXPECT_EQ(block->provider, Provider::gemini);
-}
 
-TEST(RateLimitSignalsTest, ARecordWithoutMessagesCarriesAGenericText) {
-    auto block = fromTranscript({R"({"error_type":"rate_limit_error"})"});
+    // A record without any message carries a generic text.
+    block = fromTranscript({R"({"error_type":"rate_limit_error"})"});
     ASSERT_TRUE(block);
     EXPECT_EQ(block->rawMessage, "rate limit");
 }

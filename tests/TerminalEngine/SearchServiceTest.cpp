@@ -1,5 +1,6 @@
-// Searching the buffer: plain and regular expressions, case folding, whole words, matches over
-// soft wraps with sizes in cells, the walk round the buffer and the line cache's lifetime.
+// Searching the buffer: plain and regular expressions, case folding, whole
+// words, matches over soft wraps with sizes in cells, the walk round the buffer
+// and the line cache's lifetime.
 #include "TerminalEngine/Search/SearchService.h"
 
 #include "TerminalHarness.h"
@@ -97,38 +98,31 @@ const FindCase findCases[] = {
 INSTANTIATE_TEST_SUITE_P(Search, FirstMatch, ::testing::ValuesIn(findCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(SearchService, FindNextWalksOnAndWrapsRoundOnce) {
-    TerminalHarness h(20, 5);
-    h.feed("x foo\r\nfoo foo\r\nbar");
-    SearchService search(*h.terminal);
-    std::vector<std::pair<int, int>> hits;
-    for (int i = 0; i < 4; ++i) {
-        ASSERT_TRUE(search.findNext("foo"));
-        hits.emplace_back(search.lastResult->col, search.lastResult->row);
+// Repeated finds walk on in their direction and wrap round, also to a lone
+// match.
+TEST(SearchService, RepeatedFindsWalkOnAndWrapRound) {
+    struct Case {
+        const char* text;
+        const char* term;
+        bool forward;
+        std::vector<std::pair<int, int>> hits; // column, row
+    } cases[] = {
+        {"x foo\r\nfoo foo\r\nbar", "foo", true, {{2, 0}, {0, 1}, {4, 1}, {2, 0}}},
+        {"foo\r\nfoo foo\r\nbar", "foo", false, {{4, 1}, {0, 1}, {0, 0}, {4, 1}}},
+        {"only one", "one", true, {{5, 0}, {5, 0}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        TerminalHarness h(20, 5);
+        h.feed(c.text);
+        SearchService search(*h.terminal);
+        std::vector<std::pair<int, int>> hits;
+        for (std::size_t i = 0; i < c.hits.size(); ++i) {
+            ASSERT_TRUE(c.forward ? search.findNext(c.term) : search.findPrevious(c.term));
+            hits.emplace_back(search.lastResult->col, search.lastResult->row);
+        }
+        EXPECT_EQ(hits, c.hits);
     }
-    EXPECT_EQ(hits, (std::vector<std::pair<int, int>>{{2, 0}, {0, 1}, {4, 1}, {2, 0}}));
-}
-
-TEST(SearchService, FindPreviousTakesTheLastMatchOfARow) {
-    TerminalHarness h(20, 5);
-    h.feed("foo\r\nfoo foo\r\nbar");
-    SearchService search(*h.terminal);
-    ASSERT_TRUE(search.findPrevious("foo"));
-    EXPECT_EQ(search.lastResult->col, 4);
-    EXPECT_EQ(search.lastResult->row, 1);
-    ASSERT_TRUE(search.findPrevious("foo"));
-    EXPECT_EQ(search.lastResult->col, 0);
-    ASSERT_TRUE(search.findPrevious("foo"));
-    EXPECT_EQ(search.lastResult->row, 0);
-}
-
-TEST(SearchService, ALoneMatchIsFoundAgainAfterTheWrap) {
-    TerminalHarness h(20, 3);
-    h.feed("only one");
-    SearchService search(*h.terminal);
-    EXPECT_TRUE(search.findNext("one"));
-    EXPECT_TRUE(search.findNext("one"));
-    EXPECT_EQ(search.lastResult->col, 5);
 }
 
 TEST(SearchService, NewTermStartsAtTheSelectionAndSelectsTheHit) {
@@ -220,7 +214,8 @@ TEST(SearchLineCache, LinesRewrittenUnderAFullRingAreNotReadStale) {
     ASSERT_FALSE(search.findNext("fresh"));
     int count = h.terminal->buffer->lines.count();
     h.feed("fresh line\r\n");
-    ASSERT_EQ(h.terminal->buffer->lines.count(), count); // same length, different lines
+    ASSERT_EQ(h.terminal->buffer->lines.count(),
+              count); // same length, different lines
     EXPECT_TRUE(search.findNext("fresh"));
 }
 
