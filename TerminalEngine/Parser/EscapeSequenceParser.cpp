@@ -47,6 +47,92 @@ void EscapeSequenceParser::reset() {
     if (printStateReset) printStateReset();
 }
 
+// Reads "ESC [" from `start` (the byte after the bracket): a private marker, parameters with
+// their separators and the final byte, dispatched at once. The value being read stays in a
+// register until a separator or the end. Returns the index of the last byte consumed and the
+// state the table would be in there, so that an intermediate, a control or the end of the buffer
+// carries on through the table.
+[[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseCsi(const std::uint8_t* bytes,
+                                                                          std::int64_t start,
+                                                                          std::int64_t len,
+                                                                          ParserState& state) {
+    using S = ParserState;
+    _collect.clear();
+    if (printStateReset) printStateReset();
+    std::int64_t j = start;
+    if (j < len && bytes[j] >= 0x3C && bytes[j] <= 0x3F) _collect.push_back(bytes[j++]);
+    const std::int64_t firstParameterByte = j;
+    std::int64_t* values = _pars.values();
+    std::uint8_t* separators = _pars.separatorSlots();
+    std::size_t capacity = _pars.capacity();
+    std::size_t last = 0;
+    std::int64_t current = 0;
+    while (true) {
+        // Parameters are short. Where the buffer has room, up to two digits are read without a
+        // bounds check or a clamp; longer ones carry on in the general loop.
+        bool whole = false;
+        if (j + 3 <= len) [[likely]] {
+            unsigned digit = static_cast<unsigned>(bytes[j]) - '0';
+            whole = true;
+            if (digit <= 9) {
+                current = digit;
+                digit = static_cast<unsigned>(bytes[++j]) - '0';
+                if (digit <= 9) {
+                    current = current * 10 + digit;
+                    ++j;
+                    whole = static_cast<unsigned>(bytes[j]) - '0' > 9;
+                }
+            }
+        }
+        if (!whole) {
+            while (j < len) {
+                const unsigned digit = static_cast<unsigned>(bytes[j]) - '0';
+                if (digit > 9) break;
+                const std::int64_t value = current * 10 + digit;
+                current = value > parameterClamp ? 0 : value;
+                ++j;
+            }
+            if (j == len) break;
+        }
+        const std::uint8_t b = bytes[j];
+        // A colon before anything else is left to the table, which ignores the sequence.
+        if (b != ';' && (b != ':' || j == start)) break;
+        values[last] = current;
+        current = 0;
+        if (last + 1 < capacity) [[likely]] {
+            separators[last] = b;
+            ++last;
+        } else {
+            last = _pars.separateSlow(last, b);
+            values = _pars.values();
+            separators = _pars.separatorSlots();
+            capacity = _pars.capacity();
+        }
+        ++j;
+    }
+    values[last] = current;
+    _pars.commit(last);
+    if (j < len && bytes[j] >= 0x40 && bytes[j] <= 0x7E) {
+        state = S::ground;
+        const std::uint8_t final = bytes[j];
+        if (terminal != nullptr && _collect.empty()) {
+            // The two sequences full-screen programs send most, without the dispatch switch.
+            if (final == 'm') {
+                terminal->cmdCsiM(_pars, {});
+                return j;
+            }
+            if (final == 'H' && last < 2) {
+                terminal->cursorPosition(values[0], last == 1 ? values[1] : 0);
+                return j;
+            }
+        }
+        csiDispatch(_pars, asView(_collect), final);
+        return j;
+    }
+    state = j > firstParameterByte || !_collect.empty() ? S::csiParam : S::csiEntry;
+    return j - 1;
+}
+
 void EscapeSequenceParser::parse(ByteSpan data) {
     using S = ParserState;
     using A = ParserAction;
@@ -99,54 +185,57 @@ void EscapeSequenceParser::parse(ByteSpan data) {
     for (std::int64_t i = 0; i < len; ++i) {
         std::uint8_t code = bytes[i];
 
-        // Text: every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
-        // sequences reach the print path whole.
-        if (state == S::ground && code >= 0x20) {
-            if (print < 0) print = i;
-            i = static_cast<std::int64_t>(ByteScan::firstControl(bytes, static_cast<std::size_t>(i + 1),
-                                                                 static_cast<std::size_t>(len))) -
-                1;
-            continue;
-        }
-        // A whole "ESC [ parameters final" in one tight loop: the common case of cursor movement
-        // and SGR. Anything else (an intermediate, a control, the end of the buffer) hands the
-        // sequence back to the table at the byte where the loop stopped, in the state the table
-        // would have reached there.
-        if (state == S::ground && code == 0x1B && i + 1 < len && bytes[i + 1] == '[') {
-            clearAction(i);
-            std::int64_t j = i + 2;
-            S reached = S::csiEntry;
-            if (j < len && bytes[j] >= 0x3C && bytes[j] <= 0x3F) {
-                _collect.push_back(bytes[j++]);
-                reached = S::csiParam;
-            }
-            // The parameter being read stays in a register until a separator or the end.
-            std::int64_t current = 0;
-            while (j < len) {
-                std::uint8_t b = bytes[j];
-                if (static_cast<std::uint8_t>(b - '0') <= 9) {
-                    std::int64_t value = current * 10 + (b - '0');
-                    current = value > parameterClamp ? 0 : value;
-                } else if (b == ';' || (b == ':' && reached == S::csiParam)) {
-                    _pars.back() = current;
-                    current = 0;
-                    _pars.separate(b);
+        if (state == S::ground) {
+            // Text: every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
+            // sequences reach the print path whole. One scan finds where printable ASCII ends;
+            // a run that is ASCII to its end skips the decoder.
+            if (code >= 0x20) {
+                flushPrint(i);
+                std::int64_t end;
+                bool ascii;
+                if (i + 1 < len && bytes[i + 1] < 0x20) {
+                    // The lone character between two controls: no scan at all.
+                    end = i + 1;
+                    ascii = code < 0x7F;
                 } else {
-                    break;
+                    end = static_cast<std::int64_t>(ByteScan::firstNonPrintableAscii(
+                        bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
+                    ascii = end == len || bytes[end] < 0x20;
+                    if (!ascii)
+                        end = static_cast<std::int64_t>(ByteScan::firstControl(
+                            bytes, static_cast<std::size_t>(end), static_cast<std::size_t>(len)));
                 }
-                reached = S::csiParam;
-                ++j;
+                if (terminal != nullptr && ascii) {
+                    terminal->printAscii(bytes + i, static_cast<std::size_t>(end - i));
+                } else {
+                    print = i;
+                    flushPrint(end);
+                }
+                i = end - 1;
+                continue;
             }
-            _pars.back() = current;
-            if (j < len && bytes[j] >= 0x40 && bytes[j] <= 0x7E) {
-                csiDispatch(_pars, asView(_collect), bytes[j]);
-                state = S::ground;
-            } else {
-                state = reached;
-                --j;
+            // A whole "ESC [ parameters final" in one tight loop: the common case of cursor
+            // movement and SGR. Anything else (an intermediate, a control, the end of the buffer)
+            // hands the sequence back to the table at the byte where the loop stopped, in the
+            // state the table would have reached there.
+            if (code == 0x1B) {
+                if (i + 1 < len && bytes[i + 1] == '[') {
+                    i = parseCsi(bytes, i + 2, len, state);
+                    continue;
+                }
+            } else if (code == '\n' || code == '\r') {
+                // Line ends skip the table: in ground every C0 control but ESC executes.
+                flushPrint(i);
+                if (code == '\r') {
+                    if (terminal != nullptr)
+                        terminal->cmdCarriageReturn();
+                    else
+                        execute(code);
+                } else {
+                    execute(code);
+                }
+                continue;
             }
-            i = j;
-            continue;
         }
         // CSI digits without a table look-up.
         if (state == S::csiParam && code >= '0' && code <= '9') {

@@ -44,6 +44,21 @@ public:
         values_[size_ - 1] = 0;
     }
 
+    // For a reader that keeps the list in registers: write values[k] and separators[k] for
+    // k < capacity() - 1 directly, call separateSlow() at the edge, and commit() at the end.
+    std::int64_t* values() { return values_; }
+    std::uint8_t* separatorSlots() { return separators_; }
+    std::size_t capacity() const { return capacity_; }
+    // `last` is the index of the parameter that just ended, with its value stored. Grows the
+    // storage if it may; returns the index of the next parameter (the scratch slot stays put).
+    [[gnu::noinline]] std::size_t separateSlow(std::size_t last, std::uint8_t separator) {
+        size_ = last + 1;
+        separate(separator);
+        return size_ - 1;
+    }
+    // The list ends with parameter `last`.
+    void commit(std::size_t last) { size_ = last + 1; }
+
     operator std::span<const std::int64_t>() const { return {values_, size()}; }
     // The separators between the parameters shown, in order.
     std::string_view separators() const { return {reinterpret_cast<const char*>(separators_), size() - 1}; }

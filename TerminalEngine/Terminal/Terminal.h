@@ -356,6 +356,31 @@ private:
 
     // Print path.
     void handlePrint(ByteSpan data);
+    // A run of printable ASCII from the parser. One character between two control sequences (a
+    // cursor move, an SGR) is the common case of full-screen programs: when it lands strictly
+    // inside the line, away from the edge and from any wide character, it is one cell store.
+    void printAscii(const std::uint8_t* text, std::size_t count) {
+        if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]] {
+            handlePrint(ByteSpan(text, count));
+            return;
+        }
+        Buffer& b = *buffer;
+        const int x = b.x;
+        if (count == 1 && !insertMode && x >= 0 && x < rightEdge()) {
+            BufferLine& line = lineAt(b.y);
+            const CharData* current = line.getData();
+            if (current[x].width == 1 && current[x + 1].width != 0) {
+                line.mutableCells(x + 1)[x] = CharData(curAttr, text[0], 1);
+                line.touch();
+                updateRange(b.y);
+                lastPrintedCode_ = text[0];
+                lastPrintedWidth_ = 1;
+                b.x = x + 1;
+                return;
+            }
+        }
+        printAsciiRun(text, count);
+    }
     void printAsciiRun(const std::uint8_t* text, std::size_t count);
     void printScalar(char32_t scalar);
     void placeCharacter(std::int32_t code, int width);
@@ -417,6 +442,20 @@ private:
         }
         restrictCursor();
     }
+    // CUP with its two parameters as read (0 when missing).
+    void cursorPosition(std::int64_t row, std::int64_t col) {
+        if (!originMode) {
+            // The whole screen: 0 and 1 both mean the first row or column.
+            Buffer& b = *buffer;
+            b.x = col <= 1 ? 0 : static_cast<int>(col < cols ? col : cols) - 1;
+            b.y = row <= 1 ? 0 : static_cast<int>(row < rows ? row : rows) - 1;
+            return;
+        }
+        auto oneBased = [](std::int64_t v) {
+            return v == 0 ? 1 : static_cast<int>(v < (1 << 20) ? v : 1 << 20);
+        };
+        setCursor(oneBased(col) - 1, oneBased(row) - 1);
+    }
     void setScrollRegion(int top, int bottom);
     void resetNormalBuffer();
     void setCursorStyle(CursorStyle style);
@@ -463,7 +502,21 @@ private:
         char32_t scalar = 0;
         std::int32_t code = 0;
     };
+    // Clusters already built: a base code and a joining scalar give the cluster's code.
+    struct CombineMemo {
+        std::int32_t base = 0;
+        char32_t scalar = 0;
+        std::int32_t code = 0;
+    };
+    // What a cluster cell tells the next scalar: does it end with a joiner, is it half a flag.
+    struct ClusterMemo {
+        std::int32_t code = 0;
+        bool endsWithJoiner = false;
+        bool loneRegionalIndicator = false;
+    };
     std::array<WidthMemo, 256> widthMemo_{};
+    std::array<CombineMemo, 64> combineMemo_{};
+    std::array<ClusterMemo, 64> clusterMemo_{};
     std::array<CodeMemo, 64> codeMemo_{};
     int columnWidth(char32_t scalar);
     std::int32_t supplementaryCode(char32_t scalar);

@@ -141,7 +141,7 @@ void Terminal::cmdHPositionRelative(Params pars) {
 }
 
 void Terminal::cmdCursorPosition(Params pars) {
-    setCursor(param(pars, 1, 1) - 1, param(pars, 0, 1) - 1);
+    cursorPosition(raw(pars, 0), raw(pars, 1));
 }
 
 void Terminal::cmdHVPosition(Params pars) {
@@ -603,6 +603,55 @@ void Terminal::csiCloseBrace(Params pars, std::string_view collect) {
 
 // MARK: SGR
 
+namespace {
+
+std::uint8_t colorByte(std::int64_t value) {
+    return static_cast<std::uint8_t>(value < 255 ? value : 255);
+}
+
+// An extended colour (38, 48, 58) whose parameters follow the code at `i` as colon-joined
+// subparameters. Returns the index of the last parameter consumed; `out` is left alone when the
+// form is not understood.
+std::size_t extendedColorSubparameters(Params pars, std::string_view seps, std::size_t i,
+                                       Attribute::Color& out, bool& set) {
+    std::size_t j = i;
+    while (j + 1 < pars.size() && j < seps.size() && seps[j] == ':')
+        ++j;
+    const Params sub = pars.subspan(i + 1, j - i);
+    if (sub.size() >= 2 && sub[0] == 5) {
+        out = Attribute::Color::ansi256(colorByte(sub[1]));
+        set = true;
+    } else if (sub.size() >= 4 && sub[0] == 2) {
+        const std::size_t k = sub.size() >= 5 ? 2 : 1; // a colour-space slot is present and skipped
+        out = Attribute::Color::trueColor(colorByte(sub[k]), colorByte(sub[k + 1]), colorByte(sub[k + 2]));
+        set = true;
+    }
+    return j;
+}
+
+// An extended colour in the semicolon form: "5;N" or "2;R;G;B" after the code at `i`.
+std::size_t extendedColorParameters(Params pars, std::size_t i, Attribute::Color& out, bool& set) {
+    const std::size_t n = pars.size();
+    if (i + 1 >= n) return i;
+    const std::int64_t type = pars[i + 1];
+    if (type == 5) {
+        if (i + 2 >= n) return n - 1;
+        out = Attribute::Color::ansi256(colorByte(pars[i + 2]));
+        set = true;
+        return i + 2;
+    }
+    if (type == 2) {
+        if (i + 4 >= n) return n - 1;
+        out = Attribute::Color::trueColor(colorByte(pars[i + 2]), colorByte(pars[i + 3]),
+                                          colorByte(pars[i + 4]));
+        set = true;
+        return i + 4;
+    }
+    return i + 1;
+}
+
+} // namespace
+
 void Terminal::cmdCsiM(Params pars, std::string_view collect) {
     if (!collect.empty()) {
         // CSI > Ps ; Ps m sets key modifier options; nothing to do for the screen.
@@ -610,139 +659,87 @@ void Terminal::cmdCsiM(Params pars, std::string_view collect) {
             log("TerminalEngine: Unknown CSI Code (collect=" + std::string(collect) + " code=m)");
         return;
     }
-    if (pars.size() == 1 && pars[0] == 0) {
+    const std::size_t n = pars.size();
+    if (n == 1 && pars[0] == 0) {
         curAttr = Attribute{};
         return;
     }
-    std::string_view seps = parser.parsTxt();
-    auto separatorAfter = [&](std::size_t i) { return i < seps.size() ? seps[i] : ';'; };
-
-    Attribute::Color fg = curAttr.fg;
-    Attribute::Color bg = curAttr.bg;
-    CharacterStyle style = curAttr.style;
-    UnderlineStyle underline = curAttr.underlineStyle;
-    std::optional<Attribute::Color> underlineColor = curAttr.underlineColor;
-
-    // Reads an extended colour starting after the 38/48/58 at `i`; returns the index of the last
-    // parameter consumed.
-    auto extendedColor = [&](std::size_t i, std::optional<Attribute::Color>& out) -> std::size_t {
-        std::size_t n = pars.size();
-        if (separatorAfter(i) == ':') {
-            // The subparameters are the run of parameters joined to this one by colons.
-            std::size_t j = i;
-            while (j + 1 < n && separatorAfter(j) == ':')
-                ++j;
-            const Params sub = pars.subspan(i + 1, j - i);
-            if (sub.empty()) return j;
-            if (sub[0] == 5 && sub.size() >= 2) {
-                out =
-                    Attribute::Color::ansi256(static_cast<std::uint8_t>(std::min<std::int64_t>(sub[1], 255)));
-            } else if (sub[0] == 2 && sub.size() >= 4) {
-                std::size_t k = sub.size() >= 5 ? 2 : 1; // a colour-space slot is present and skipped
-                auto c = [&](std::size_t at) {
-                    return static_cast<std::uint8_t>(std::min<std::int64_t>(sub[at], 255));
-                };
-                out = Attribute::Color::trueColor(c(k), c(k + 1), c(k + 2));
-            }
-            return j;
-        }
-        if (i + 1 >= n) return i;
-        std::int64_t type = pars[i + 1];
-        if (type == 5) {
-            if (i + 2 >= n) return n - 1;
-            out = Attribute::Color::ansi256(
-                static_cast<std::uint8_t>(std::min<std::int64_t>(pars[i + 2], 255)));
-            return i + 2;
-        }
-        if (type == 2) {
-            if (i + 4 >= n) return n - 1;
-            auto c = [&](std::size_t at) {
-                return static_cast<std::uint8_t>(std::min<std::int64_t>(pars[at], 255));
-            };
-            out = Attribute::Color::trueColor(c(i + 2), c(i + 3), c(i + 4));
-            return i + 4;
-        }
-        return i + 1;
+    // Separators matter only to the codes that take subparameters.
+    const std::string_view seps = parser.parsTxt();
+    auto joinedToNext = [&](std::size_t i) { return i + 1 < n && seps[i] == ':'; };
+    // Subparameters of codes that take none are skipped whole.
+    auto skipSubparameters = [&](std::size_t& i) {
+        while (joinedToNext(i))
+            ++i;
     };
 
-    for (std::size_t i = 0; i < pars.size(); ++i) {
-        std::int64_t p = pars[i];
-        // Subparameters of codes that take none are skipped whole.
-        auto skipSubparameters = [&] {
-            while (i + 1 < pars.size() && separatorAfter(i) == ':')
-                ++i;
-        };
-        switch (p) {
-        case 0:
-            fg = Attribute::Color::defaultColor();
-            bg = Attribute::Color::defaultColor();
-            style = CharacterStyle::none;
-            underline = UnderlineStyle::none;
-            underlineColor.reset();
-            break;
-        case 1: style |= CharacterStyle::bold; break;
-        case 2: style |= CharacterStyle::dim; break;
-        case 3: style |= CharacterStyle::italic; break;
+    // Fields are changed in place: a copy of the attribute would be taken apart into bytes and
+    // put together again.
+    Attribute& a = curAttr;
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::int64_t code = pars[i];
+        switch (code) {
+        case 0: a = Attribute{}; break;
+        case 1: a.style |= CharacterStyle::bold; break;
+        case 2: a.style |= CharacterStyle::dim; break;
+        case 3: a.style |= CharacterStyle::italic; break;
         case 4:
-            if (i + 1 < pars.size() && separatorAfter(i) == ':') {
-                std::int64_t sub = pars[++i];
-                switch (sub) {
-                case 0:
-                    style &= ~CharacterStyle::underline;
-                    underline = UnderlineStyle::none;
-                    break;
-                case 1: style |= CharacterStyle::underline, underline = UnderlineStyle::single; break;
-                case 2: style |= CharacterStyle::underline, underline = UnderlineStyle::double_; break;
-                case 3: style |= CharacterStyle::underline, underline = UnderlineStyle::curly; break;
-                case 4: style |= CharacterStyle::underline, underline = UnderlineStyle::dotted; break;
-                case 5: style |= CharacterStyle::underline, underline = UnderlineStyle::dashed; break;
-                default: break;
+            if (joinedToNext(i)) {
+                static constexpr UnderlineStyle styles[] = {UnderlineStyle::none,    UnderlineStyle::single,
+                                                            UnderlineStyle::double_, UnderlineStyle::curly,
+                                                            UnderlineStyle::dotted,  UnderlineStyle::dashed};
+                const std::int64_t sub = pars[++i];
+                if (sub == 0) {
+                    a.style &= ~CharacterStyle::underline;
+                    a.underlineStyle = UnderlineStyle::none;
+                } else if (sub > 0 && sub <= 5) {
+                    a.style |= CharacterStyle::underline;
+                    a.underlineStyle = styles[sub];
                 }
-                skipSubparameters();
+                skipSubparameters(i);
             } else {
-                style |= CharacterStyle::underline;
-                underline = UnderlineStyle::single;
+                a.style |= CharacterStyle::underline;
+                a.underlineStyle = UnderlineStyle::single;
             }
             break;
-        case 5: style |= CharacterStyle::blink; break;
-        case 7: style |= CharacterStyle::inverse; break;
-        case 8: style |= CharacterStyle::invisible; break;
-        case 9: style |= CharacterStyle::crossedOut; break;
+        case 5: a.style |= CharacterStyle::blink; break;
+        case 7: a.style |= CharacterStyle::inverse; break;
+        case 8: a.style |= CharacterStyle::invisible; break;
+        case 9: a.style |= CharacterStyle::crossedOut; break;
         case 21:
-            style |= CharacterStyle::underline;
-            underline = UnderlineStyle::double_;
+            a.style |= CharacterStyle::underline;
+            a.underlineStyle = UnderlineStyle::double_;
             break;
-        case 22: style &= ~(CharacterStyle::bold | CharacterStyle::dim); break;
-        case 23: style &= ~CharacterStyle::italic; break;
+        case 22: a.style &= ~(CharacterStyle::bold | CharacterStyle::dim); break;
+        case 23: a.style &= ~CharacterStyle::italic; break;
         case 24:
-            style &= ~CharacterStyle::underline;
-            underline = UnderlineStyle::none;
+            a.style &= ~CharacterStyle::underline;
+            a.underlineStyle = UnderlineStyle::none;
             break;
-        case 25: style &= ~CharacterStyle::blink; break;
-        case 27: style &= ~CharacterStyle::inverse; break;
-        case 28: style &= ~CharacterStyle::invisible; break;
-        case 29: style &= ~CharacterStyle::crossedOut; break;
-        case 38: {
-            std::optional<Attribute::Color> c;
-            i = extendedColor(i, c);
-            if (c) fg = *c;
-            break;
-        }
-        case 39: fg = Attribute::Color::defaultColor(); break;
-        case 48: {
-            std::optional<Attribute::Color> c;
-            i = extendedColor(i, c);
-            if (c) bg = *c;
-            break;
-        }
-        case 49: bg = Attribute::Color::defaultColor(); break;
+        case 25: a.style &= ~CharacterStyle::blink; break;
+        case 27: a.style &= ~CharacterStyle::inverse; break;
+        case 28: a.style &= ~CharacterStyle::invisible; break;
+        case 29: a.style &= ~CharacterStyle::crossedOut; break;
+        case 38:
+        case 48:
         case 58: {
-            std::optional<Attribute::Color> c;
-            i = extendedColor(i, c);
-            if (c) underlineColor = c;
+            Attribute::Color color;
+            bool set = false;
+            i = joinedToNext(i) ? extendedColorSubparameters(pars, seps, i, color, set)
+                                : extendedColorParameters(pars, i, color, set);
+            if (set) {
+                if (code == 38)
+                    a.fg = color;
+                else if (code == 48)
+                    a.bg = color;
+                else
+                    a.underlineColor = color;
+            }
             break;
         }
-        case 59: underlineColor.reset(); break;
+        case 39: a.fg = Attribute::Color::defaultColor(); break;
+        case 49: a.bg = Attribute::Color::defaultColor(); break;
+        case 59: a.underlineColor.reset(); break;
         case 6:
         case 10:
         case 11:
@@ -755,27 +752,22 @@ void Terminal::cmdCsiM(Params pars, std::string_view collect) {
         case 18:
         case 19:
         case 20:
-        case 26: skipSubparameters(); break;
+        case 26: skipSubparameters(i); break;
         default:
-            if (p >= 30 && p <= 37)
-                fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 30));
-            else if (p >= 40 && p <= 47)
-                bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 40));
-            else if (p >= 90 && p <= 97)
-                fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 82));
-            else if (p >= 100 && p <= 107)
-                bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(p - 92));
+            if (code >= 30 && code <= 37)
+                a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 30));
+            else if (code >= 40 && code <= 47)
+                a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 40));
+            else if (code >= 90 && code <= 97)
+                a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 82));
+            else if (code >= 100 && code <= 107)
+                a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 92));
             else
-                log("TerminalEngine: Unknown SGR attribute: " + std::to_string(p));
-            skipSubparameters();
+                log("TerminalEngine: Unknown SGR attribute: " + std::to_string(code));
+            skipSubparameters(i);
             break;
         }
     }
-    curAttr.fg = fg;
-    curAttr.bg = bg;
-    curAttr.style = style;
-    curAttr.underlineStyle = underline;
-    curAttr.underlineColor = underlineColor;
 }
 
 } // namespace TerminalEngine

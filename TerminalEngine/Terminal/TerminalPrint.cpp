@@ -66,7 +66,8 @@ std::size_t scalarCount(std::string_view text) {
 
 // Writes one cell per byte with attribute `attr`, width 1 and no payload. A cell is three
 // 8-byte words (code, width and payload; then the attribute): three plain stores per character,
-// with the words built once in registers rather than from a spilled temporary.
+// with the words built once in registers rather than from a spilled temporary. (Pairing cells
+// into 16-byte stores costs more in shuffles than it saves in stores.)
 void writeAsciiCells(CharData* cells, const Attribute& attr, const std::uint8_t* text, std::size_t count) {
     static_assert(offsetof(CharData, code) == 0 && offsetof(CharData, width) == 4);
     static_assert(std::endian::native == std::endian::little);
@@ -88,11 +89,6 @@ void Terminal::handlePrint(ByteSpan data) {
     const std::uint8_t* p = data.data();
     std::size_t n = data.size();
     std::size_t i = 0;
-    if (n == 1 && charset == nullptr && putbackBuffer_.empty() && p[0] >= 0x20 && p[0] < 0x7F) {
-        printAsciiRun(p, 1);
-        return;
-    }
-
     if (!putbackBuffer_.empty()) {
         // Finish the sequence the last run ended inside of.
         std::uint8_t joined[8];
@@ -138,6 +134,24 @@ void Terminal::handlePrint(ByteSpan data) {
             ++i;
             continue;
         }
+        // Two- and three-byte forms that are well formed (no overlong form, no surrogate) are
+        // decoded in place; everything else, the incomplete tail included, takes the decoder.
+        if (i + 2 < n && (p[i + 1] & 0xC0) == 0x80) {
+            if (byte >= 0xC2 && byte < 0xE0) {
+                printScalar((static_cast<char32_t>(byte & 0x1F) << 6) | (p[i + 1] & 0x3F));
+                i += 2;
+                continue;
+            }
+            if ((byte & 0xF0) == 0xE0 && (p[i + 2] & 0xC0) == 0x80) {
+                const char32_t scalar = (static_cast<char32_t>(byte & 0x0F) << 12) |
+                                        (static_cast<char32_t>(p[i + 1] & 0x3F) << 6) | (p[i + 2] & 0x3F);
+                if (scalar >= 0x800 && (scalar < 0xD800 || scalar > 0xDFFF)) {
+                    printScalar(scalar);
+                    i += 3;
+                    continue;
+                }
+            }
+        }
         Decoded d = decodeUtf8(p + i, n - i);
         if (d.incomplete) {
             putbackBuffer_.assign(p + i, p + n);
@@ -167,25 +181,6 @@ void Terminal::repairWideCharacterAt(BufferLine& line, int col) {
 
 void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
     Buffer& b = *buffer;
-    // One character between two control sequences (a cursor move, an SGR) is the common case of
-    // full-screen programs: when it lands strictly inside the line, away from the edge and from
-    // any wide character, it is one cell store.
-    if (count == 1 && !insertMode) {
-        const int x = b.x;
-        if (x >= 0 && x < rightEdge()) {
-            BufferLine& line = lineAt(b.y);
-            const CharData* current = line.getData();
-            if (current[x].width == 1 && current[x + 1].width != 0) {
-                line.mutableCells(x + 1)[x] = CharData(curAttr, text[0], 1);
-                line.touch();
-                updateRange(b.y);
-                lastPrintedCode_ = text[0];
-                lastPrintedWidth_ = 1;
-                b.x = x + 1;
-                return;
-            }
-        }
-    }
     while (count > 0) {
         int right = rightEdge();
         if (b.x > right) {
@@ -230,6 +225,23 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
 void Terminal::placeCharacter(std::int32_t code, int width) {
     Buffer& b = *buffer;
     int right = rightEdge();
+    // Inside the line with room to spare, over cells that are no halves of wide characters: the
+    // cells are written and nothing around them needs repair.
+    if (const int x = b.x, end = x + width; !insertMode && x >= 0 && end <= right) {
+        BufferLine& line = lineAt(b.y);
+        const CharData* current = line.getData();
+        if (current[x].width != 0 && current[end].width != 0) {
+            CharData* cells = line.mutableCells(end + 1);
+            cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
+            if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
+            line.touch();
+            updateRange(b.y);
+            b.x = end;
+            lastPrintedCode_ = code;
+            lastPrintedWidth_ = width;
+            return;
+        }
+    }
     if (b.x + width - 1 > right) {
         if (wraparound) {
             wrapToNextLine();
@@ -274,11 +286,28 @@ bool Terminal::combineWithPrevious(char32_t scalar, int width) {
     CharData cell = (*line)[px];
     if (cell.code == 0) return false;
 
-    scratch_.clear();
-    graphemes.appendCharacter(cell.code, scratch_);
-    char32_t base = firstScalar(scratch_);
-    GraphemeTable::appendUtf8(scalar, scratch_);
-    cell.code = graphemes.code(scratch_);
+    // The same mark keeps landing on the same base (accents in a language, a skin tone): the
+    // cluster code is remembered rather than hashed again. Codes are never reused, so a
+    // remembered one stays right.
+    CombineMemo& memo = combineMemo_[(static_cast<std::uint32_t>(cell.code) * 31u + scalar) & 63u];
+    if (memo.base != cell.code || memo.scalar != scalar) {
+        scratch_.clear();
+        graphemes.appendCharacter(cell.code, scratch_);
+        GraphemeTable::appendUtf8(scalar, scratch_);
+        memo = {cell.code, scalar, graphemes.code(scratch_)};
+    }
+    // Only the presentation selectors look at the first scalar of the cluster.
+    char32_t base = 0;
+    if (scalar == emojiPresentation || scalar == textPresentation) {
+        if (cell.code < CharData::firstGraphemeIndex) {
+            base = static_cast<char32_t>(cell.code);
+        } else {
+            scratch_.clear();
+            graphemes.appendCharacter(cell.code, scratch_);
+            base = firstScalar(scratch_);
+        }
+    }
+    cell.code = memo.code;
 
     CharData* cells = line->mutableCells(px + 3);
     bool cursorAfterCell = py == b.y && b.x == px + cell.width;
@@ -306,7 +335,9 @@ bool Terminal::combineWithPrevious(char32_t scalar, int width) {
 }
 
 int Terminal::columnWidth(char32_t scalar) {
-    WidthMemo& memo = widthMemo_[scalar & 0xFF];
+    // Hashed rather than the low byte: scripts that sit on block boundaries (box drawing at
+    // U+2500, Hangul at U+AE00, emoji at U+1F600) would otherwise share a slot.
+    WidthMemo& memo = widthMemo_[(scalar * 0x9E3779B1u) >> 24];
     if (memo.scalar != scalar) memo = {scalar, static_cast<std::int8_t>(UnicodeUtil::columnWidth(scalar))};
     return memo.width;
 }
@@ -336,12 +367,17 @@ void Terminal::printScalar(char32_t scalar) {
             if (line[px].width == 0 && px > 0) --px;
             std::int32_t previous = line[px].code;
             if (previous >= CharData::firstGraphemeIndex) {
-                scratch_.clear();
-                graphemes.appendCharacter(previous, scratch_);
-                if (lastScalar(scratch_) == zeroWidthJoiner)
+                ClusterMemo& memo = clusterMemo_[static_cast<std::uint32_t>(previous) & 63u];
+                if (memo.code != previous) {
+                    scratch_.clear();
+                    graphemes.appendCharacter(previous, scratch_);
+                    memo = {previous, lastScalar(scratch_) == zeroWidthJoiner,
+                            scalarCount(scratch_) == 1 &&
+                                UnicodeUtil::isRegionalIndicator(firstScalar(scratch_))};
+                }
+                if (memo.endsWithJoiner)
                     joins = true;
-                else if (UnicodeUtil::isRegionalIndicator(scalar) && scalarCount(scratch_) == 1 &&
-                         UnicodeUtil::isRegionalIndicator(firstScalar(scratch_)))
+                else if (memo.loneRegionalIndicator && UnicodeUtil::isRegionalIndicator(scalar))
                     joins = true; // the second half of a flag
             }
         }

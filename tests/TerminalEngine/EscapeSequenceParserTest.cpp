@@ -190,6 +190,8 @@ TEST(EscapeSequenceParser, EveryReadSplitGivesTheSameScreen) {
         "wide \xe4\xb8\xad\xe6\x96\x87 and e\xcc\x81 and \xf0\x9f\x98\x80 done",
         "\x1bP$q\"p\x1b\\\x1b[6n\x1b[c\x1b[>c",
         "\x1b(0lqqk\x1b(B\x1b[3;5r\x1b[4H\n\n\n\x1bM",
+        "\x1b[38;5;123;48;5;7;1;3;4mA\x1b[38:2::10:200:3mB\x1b[0m\x1b[12;345Hc\x1b[1234567;2Hd\x1b[?1049h",
+        "\x1b[7;1Hx\x1b[8;2Hy\r\ne\xcc\x81\x65\xcc\x81\xe4\xb8\xad\x7f\xe2\x94\x80",
     };
     for (const char* s : streams)
         EXPECT_EQ(testing::firstSplitThatDiffers(s), -1) << s;

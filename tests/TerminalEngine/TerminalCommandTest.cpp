@@ -58,6 +58,24 @@ const ScreenCase screenCases[] = {
      1,
      4},
     {"EraseBelow", 5, 3, "aaaaabbbbbccccc\x1b[2;3H\x1b[J", {"aaaaa", "bb"}, 2, 1},
+    // Parameters of every length: none, one to three digits, then long and huge ones.
+    {"CursorPositionDigitCounts",
+     10,
+     5,
+     "\x1b[;HA\x1b[2;10HB\x1b[003;002HC\x1b[0004;00009HD\x1b[5;99999999999HE",
+     {"A", "         B", " C", "        D", "         E"},
+     10,
+     4},
+    // A wide character written over the second half of one and the first half of another.
+    {"WideOverTwoWideHalves",
+     10,
+     3,
+     "\xe4\xb8\xad\xe6\x96\x87\x1b[1;2H\xe5\xad\x97",
+     {" \xe5\xad\x97"},
+     3,
+     0},
+    {"NarrowOverFirstHalfOfWide", 10, 3, "\xe4\xb8\xadx\x1b[1;1Hy", {"y x"}, 1, 0},
+    {"SingleCharactersUpToTheEdge", 4, 3, "\x1b[1;3Ha\x1b[1;4Hb\x1b[2;4Hc\x1b[2;4Hd", {"  ab", "   d"}, 4, 1},
     {"EraseAbove", 5, 3, "aaaaabbbbbccccc\x1b[2;3H\x1b[1J", {"", "   bb", "ccccc"}, 2, 1},
     {"EraseLineRightLeftAll",
      5,
@@ -171,6 +189,23 @@ TEST(Terminal, CombiningMarkJoinsPreviousCell) {
     EXPECT_EQ(h.row(0), "e\xcc\x81x");
     EXPECT_GE(h.cell(0, 0).code, CharData::firstGraphemeIndex);
     EXPECT_EQ(h.x(), 2);
+}
+
+// Clusters are remembered by base and mark: repeating them, mixing bases and marks, and the
+// presentation selectors on a remembered cluster must give the same cells as the first time.
+TEST(Terminal, RepeatedClustersKeepTheirOwnCodes) {
+    TerminalHarness h(40, 2);
+    const std::string e = "e\xcc\x81", a = "a\xcc\x81", eGrave = "e\xcc\x80",
+                      heart = "\xe2\x9d\xa4\xef\xb8\x8f";
+    h.feed(e + a + e + eGrave + e + heart + heart);
+    EXPECT_EQ(h.row(0), e + a + e + eGrave + e + heart + heart);
+    EXPECT_EQ(h.cell(0, 0).code, h.cell(2, 0).code);
+    EXPECT_EQ(h.cell(0, 0).code, h.cell(4, 0).code);
+    EXPECT_NE(h.cell(0, 0).code, h.cell(1, 0).code);
+    EXPECT_NE(h.cell(0, 0).code, h.cell(3, 0).code);
+    EXPECT_EQ(h.cell(5, 0).width, 2);
+    EXPECT_EQ(h.cell(7, 0).width, 2);
+    EXPECT_EQ(h.x(), 9);
 }
 
 TEST(Terminal, CombiningMarkAfterWrapJoinsEndOfPreviousLine) {
