@@ -356,6 +356,25 @@ private:
 
     // Print path.
     void handlePrint(ByteSpan data);
+    // Places a cell of `width` at the cursor when that needs no wrap, no insertion and no repair:
+    // inside the line with room to spare, over cells that are no halves of wide characters.
+    bool placeInside(std::int32_t code, int width, int right) {
+        Buffer& b = *buffer;
+        const int x = b.x, end = x + width;
+        if (insertMode || x < 0 || end > right) return false;
+        BufferLine& line = lineAt(b.y);
+        const CharData* current = line.getData();
+        if (current[x].width == 0 || current[end].width == 0) return false;
+        CharData* cells = line.mutableCells(end + 1);
+        cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
+        if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
+        line.touch();
+        updateRange(b.y);
+        b.x = end;
+        lastPrintedCode_ = code;
+        lastPrintedWidth_ = width;
+        return true;
+    }
     // A run of printable ASCII from the parser. One character between two control sequences (a
     // cursor move, an SGR) is the common case of full-screen programs: when it lands strictly
     // inside the line, away from the edge and from any wide character, it is one cell store.
@@ -364,21 +383,7 @@ private:
             handlePrint(ByteSpan(text, count));
             return;
         }
-        Buffer& b = *buffer;
-        const int x = b.x;
-        if (count == 1 && !insertMode && x >= 0 && x < rightEdge()) {
-            BufferLine& line = lineAt(b.y);
-            const CharData* current = line.getData();
-            if (current[x].width == 1 && current[x + 1].width != 0) {
-                line.mutableCells(x + 1)[x] = CharData(curAttr, text[0], 1);
-                line.touch();
-                updateRange(b.y);
-                lastPrintedCode_ = text[0];
-                lastPrintedWidth_ = 1;
-                b.x = x + 1;
-                return;
-            }
-        }
+        if (count == 1 && placeInside(text[0], 1, rightEdge())) return;
         printAsciiRun(text, count);
     }
     void printAsciiRun(const std::uint8_t* text, std::size_t count);

@@ -225,23 +225,7 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
 void Terminal::placeCharacter(std::int32_t code, int width) {
     Buffer& b = *buffer;
     int right = rightEdge();
-    // Inside the line with room to spare, over cells that are no halves of wide characters: the
-    // cells are written and nothing around them needs repair.
-    if (const int x = b.x, end = x + width; !insertMode && x >= 0 && end <= right) {
-        BufferLine& line = lineAt(b.y);
-        const CharData* current = line.getData();
-        if (current[x].width != 0 && current[end].width != 0) {
-            CharData* cells = line.mutableCells(end + 1);
-            cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
-            if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
-            line.touch();
-            updateRange(b.y);
-            b.x = end;
-            lastPrintedCode_ = code;
-            lastPrintedWidth_ = width;
-            return;
-        }
-    }
+    if (placeInside(code, width, right)) return;
     if (b.x + width - 1 > right) {
         if (wraparound) {
             wrapToNextLine();
@@ -397,6 +381,7 @@ void Terminal::printScalar(char32_t scalar) {
     if (UnicodeUtil::isRegionalIndicator(scalar) &&
         options.regionalIndicatorWidth == RegionalIndicatorWidth::narrow)
         width = 1;
+    if (placeInside(code, width, rightEdge())) return;
     placeCharacter(code, width);
 }
 
