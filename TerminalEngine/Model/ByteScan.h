@@ -53,4 +53,22 @@ inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t fro
     return i;
 }
 
+// Reads the number of up to three ASCII digits at p[j] into `value` (0 when there is none) and
+// moves `j` past them. True when the number ends there, false when a fourth digit follows (with
+// `j` on it). Control sequence parameters are this short nearly always, so the digits are read
+// without a loop, a bounds check or an overflow clamp: p[j] to p[j + 3] must be readable.
+inline bool shortDecimal(const std::uint8_t* p, std::int64_t& j, std::int64_t& value) {
+    value = 0;
+    unsigned digit = static_cast<unsigned>(p[j]) - '0';
+    if (digit > 9) return true;
+    value = digit;
+    digit = static_cast<unsigned>(p[++j]) - '0';
+    if (digit > 9) return true;
+    value = value * 10 + digit;
+    digit = static_cast<unsigned>(p[++j]) - '0';
+    if (digit > 9) return true;
+    value = value * 10 + digit;
+    return static_cast<unsigned>(p[++j]) - '0' > 9;
+}
+
 } // namespace TerminalEngine::ByteScan

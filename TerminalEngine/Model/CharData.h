@@ -4,8 +4,10 @@
 
 #include "TerminalEngine/Model/TinyAtom.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <type_traits>
 
@@ -126,5 +128,18 @@ static_assert(sizeof(Attribute) == 16);
 static_assert(sizeof(CharData) == 24, "cells must stay small");
 static_assert(offsetof(CharData, attribute) == 8);
 static_assert(std::is_trivially_copyable_v<CharData>);
+
+// Writes a cell with no payload as two plain stores: the code and width word, then the attribute
+// straight from where it lives. Building a CharData first makes compilers assemble it on the
+// stack and copy it, on the paths that print one character at a time.
+inline void storeCell(CharData* cell, const Attribute& attr, std::int32_t code, std::int8_t width) {
+    static_assert(offsetof(CharData, code) == 0 && offsetof(CharData, width) == 4);
+    static_assert(std::endian::native == std::endian::little);
+    const std::uint64_t head =
+        static_cast<std::uint32_t>(code) | std::uint64_t{static_cast<std::uint8_t>(width)} << 32;
+    auto* out = reinterpret_cast<unsigned char*>(cell);
+    std::memcpy(out, &head, sizeof head);
+    std::memcpy(out + offsetof(CharData, attribute), &attr, sizeof(Attribute));
+}
 
 } // namespace TerminalEngine

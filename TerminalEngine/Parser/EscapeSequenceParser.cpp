@@ -68,22 +68,11 @@ void EscapeSequenceParser::reset() {
     std::size_t last = 0;
     std::int64_t current = 0;
     while (true) {
-        // Parameters are short. Where the buffer has room, up to two digits are read without a
-        // bounds check or a clamp; longer ones carry on in the general loop.
+        // Where the buffer has room, short numbers are read unrolled; longer ones carry on in
+        // the general loop.
         bool whole = false;
-        if (j + 3 <= len) [[likely]] {
-            unsigned digit = static_cast<unsigned>(bytes[j]) - '0';
-            whole = true;
-            if (digit <= 9) {
-                current = digit;
-                digit = static_cast<unsigned>(bytes[++j]) - '0';
-                if (digit <= 9) {
-                    current = current * 10 + digit;
-                    ++j;
-                    whole = static_cast<unsigned>(bytes[j]) - '0' > 9;
-                }
-            }
-        }
+        if (j + 4 <= len) [[likely]]
+            whole = ByteScan::shortDecimal(bytes, j, current);
         if (!whole) {
             while (j < len) {
                 const unsigned digit = static_cast<unsigned>(bytes[j]) - '0';
@@ -97,6 +86,16 @@ void EscapeSequenceParser::reset() {
         const std::uint8_t b = bytes[j];
         // A colon before anything else is left to the table, which ignores the sequence.
         if (b != ';' && (b != ':' || j == start)) break;
+        if (last == 0 && (current == 38 || current == 48) && b == ';' && terminal != nullptr &&
+            firstParameterByte == start) {
+            // A colour first: this is SGR, read straight into the attribute unless the reader
+            // declines the form, when the list goes on as usual.
+            const std::int64_t end = terminal->readSgr(bytes, start, len);
+            if (end >= 0) {
+                state = S::ground;
+                return end;
+            }
+        }
         values[last] = current;
         current = 0;
         if (last + 1 < capacity) [[likely]] {
@@ -118,7 +117,7 @@ void EscapeSequenceParser::reset() {
         if (terminal != nullptr && _collect.empty()) {
             // The two sequences full-screen programs send most, without the dispatch switch.
             if (final == 'm') {
-                terminal->cmdCsiM(_pars, {});
+                if (last != 0 || !terminal->sgrSingle(values[0])) terminal->cmdCsiM(_pars, {});
                 return j;
             }
             if (final == 'H' && last < 2) {
@@ -131,6 +130,59 @@ void EscapeSequenceParser::reset() {
     }
     state = j > firstParameterByte || !_collect.empty() ? S::csiParam : S::csiEntry;
     return j - 1;
+}
+
+// The ground state with a terminal attached: text, "ESC [" sequences and line ends, the bytes
+// that make up nearly all of what programs write. Kept apart from the table-driven loop so that
+// its few live values stay in registers. Returns the index of the first byte it leaves to the
+// table: another control, an ESC not followed by '[', or the byte after a control sequence that
+// did not end in the buffer (with `state` where the table carries on).
+[[gnu::noinline]] std::int64_t EscapeSequenceParser::parseGround(const std::uint8_t* bytes, std::int64_t from,
+                                                                 std::int64_t len, ParserState& state) {
+    Terminal& t = *terminal;
+    std::int64_t i = from;
+    while (i < len) {
+        const std::uint8_t code = bytes[i];
+        if (code >= 0x20) {
+            // Every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
+            // sequences reach the print path whole. One scan finds where printable ASCII ends; a
+            // run that is ASCII to its end skips the decoder.
+            std::int64_t end;
+            bool ascii;
+            if (i + 1 < len && bytes[i + 1] < 0x20) {
+                // The lone character between two controls: no scan at all.
+                end = i + 1;
+                ascii = code < 0x7F;
+            } else {
+                end = static_cast<std::int64_t>(ByteScan::firstNonPrintableAscii(
+                    bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
+                ascii = end == len || bytes[end] < 0x20;
+                if (!ascii)
+                    end = static_cast<std::int64_t>(ByteScan::firstControl(
+                        bytes, static_cast<std::size_t>(end), static_cast<std::size_t>(len)));
+            }
+            if (ascii)
+                t.printAscii(bytes + i, static_cast<std::size_t>(end - i));
+            else
+                t.handlePrint(ByteSpan(bytes + i, static_cast<std::size_t>(end - i)));
+            i = end;
+        } else if (code == 0x1B) {
+            // A whole "ESC [ parameters final" in one tight loop: the common case of cursor
+            // movement and SGR. A sequence that does not end here goes on through the table.
+            if (i + 1 >= len || bytes[i + 1] != '[') return i;
+            i = parseCsi(bytes, i + 2, len, state) + 1;
+            if (state != ParserState::ground) return i;
+        } else if (code == '\r') {
+            t.cmdCarriageReturn();
+            ++i;
+        } else if (code == '\n') {
+            execute(code);
+            ++i;
+        } else {
+            return i;
+        }
+    }
+    return i;
 }
 
 void EscapeSequenceParser::parse(ByteSpan data) {
@@ -183,57 +235,27 @@ void EscapeSequenceParser::parse(ByteSpan data) {
     };
 
     for (std::int64_t i = 0; i < len; ++i) {
+        if (state == S::ground && terminal != nullptr) {
+            flushPrint(i);
+            i = parseGround(bytes, i, len, state);
+            if (i == len) break;
+        }
         std::uint8_t code = bytes[i];
 
         if (state == S::ground) {
-            // Text: every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
-            // sequences reach the print path whole. One scan finds where printable ASCII ends;
-            // a run that is ASCII to its end skips the decoder.
+            // A bare parser (no terminal, handlers only) hands text to the print handler in
+            // runs, and reads "ESC [" sequences on the direct path too.
             if (code >= 0x20) {
                 flushPrint(i);
-                std::int64_t end;
-                bool ascii;
-                if (i + 1 < len && bytes[i + 1] < 0x20) {
-                    // The lone character between two controls: no scan at all.
-                    end = i + 1;
-                    ascii = code < 0x7F;
-                } else {
-                    end = static_cast<std::int64_t>(ByteScan::firstNonPrintableAscii(
-                        bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
-                    ascii = end == len || bytes[end] < 0x20;
-                    if (!ascii)
-                        end = static_cast<std::int64_t>(ByteScan::firstControl(
-                            bytes, static_cast<std::size_t>(end), static_cast<std::size_t>(len)));
-                }
-                if (terminal != nullptr && ascii) {
-                    terminal->printAscii(bytes + i, static_cast<std::size_t>(end - i));
-                } else {
-                    print = i;
-                    flushPrint(end);
-                }
+                print = i;
+                const auto end = static_cast<std::int64_t>(ByteScan::firstControl(
+                    bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
+                flushPrint(end);
                 i = end - 1;
                 continue;
             }
-            // A whole "ESC [ parameters final" in one tight loop: the common case of cursor
-            // movement and SGR. Anything else (an intermediate, a control, the end of the buffer)
-            // hands the sequence back to the table at the byte where the loop stopped, in the
-            // state the table would have reached there.
-            if (code == 0x1B) {
-                if (i + 1 < len && bytes[i + 1] == '[') {
-                    i = parseCsi(bytes, i + 2, len, state);
-                    continue;
-                }
-            } else if (code == '\n' || code == '\r') {
-                // Line ends skip the table: in ground every C0 control but ESC executes.
-                flushPrint(i);
-                if (code == '\r') {
-                    if (terminal != nullptr)
-                        terminal->cmdCarriageReturn();
-                    else
-                        execute(code);
-                } else {
-                    execute(code);
-                }
+            if (code == 0x1B && i + 1 < len && bytes[i + 1] == '[') {
+                i = parseCsi(bytes, i + 2, len, state);
                 continue;
             }
         }

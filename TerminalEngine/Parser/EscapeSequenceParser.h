@@ -82,6 +82,8 @@ public:
 private:
     std::int64_t parseCsi(const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
                           ParserState& state);
+    std::int64_t parseGround(const std::uint8_t* bytes, std::int64_t from, std::int64_t len,
+                             ParserState& state);
     void execute(std::uint8_t code);
     void csiDispatch(Params pars, std::string_view collect, std::uint8_t final);
     void escDispatch(std::string_view collect, std::uint8_t final);

@@ -154,19 +154,27 @@ public:
     void cmdSetMode(Params pars, std::string_view collect);              // SM, DECSET
     void cmdResetMode(Params pars, std::string_view collect);            // RM, DECRST
     void cmdCsiM(Params pars, std::string_view collect);                 // SGR
-    void cmdDeviceStatus(Params pars, std::string_view collect);         // DSR
-    void csiPHandler(Params pars, std::string_view collect);             // DECSTR, DECSCL, DECRQM
-    void cmdSetCursorStyle(Params pars, std::string_view collect);       // DECSCUSR
-    void cmdSetScrollRegion(Params pars, std::string_view collect);      // DECSTBM
-    void cmdSetShiftEscape(Params pars);                                 // XTSHIFTESCAPE
-    void cmdSetMargins(Params pars);                                     // DECSLRM
-    void csit(Params pars, std::string_view collect);                    // XTWINOPS, XTSMTITLE
-    void cmdCsiU(Params pars, std::string_view collect);                 // kitty keyboard, SCORC
-    void csiCopyRectangularArea(Params pars, std::string_view collect);  // DECCRA
-    void csiX(Params pars, std::string_view collect);                    // DECFRA
-    void cmdDECRQCRA(Params pars, std::string_view collect);             // DECRQCRA
-    void csiZ(Params pars, std::string_view collect);                    // DECERA
-    void csiOpenBrace(Params pars, std::string_view collect);            // DECSERA
+    // SGR read straight from the bytes at `from` (after "ESC ["), for the plain forms: codes of
+    // up to three digits joined by ';', with the 256-colour and direct-colour forms. Returns the
+    // index of the final 'm', or -1 with nothing changed for anything else (a colon, an unknown
+    // or long code, another final byte, the end of the buffer), which the parameter list and
+    // cmdCsiM then read the general way.
+    std::int64_t readSgr(const std::uint8_t* bytes, std::int64_t from, std::int64_t len);
+    // SGR with one parameter that is a plain code; false (nothing changed) for any other.
+    bool sgrSingle(std::int64_t code);
+    void cmdDeviceStatus(Params pars, std::string_view collect);        // DSR
+    void csiPHandler(Params pars, std::string_view collect);            // DECSTR, DECSCL, DECRQM
+    void cmdSetCursorStyle(Params pars, std::string_view collect);      // DECSCUSR
+    void cmdSetScrollRegion(Params pars, std::string_view collect);     // DECSTBM
+    void cmdSetShiftEscape(Params pars);                                // XTSHIFTESCAPE
+    void cmdSetMargins(Params pars);                                    // DECSLRM
+    void csit(Params pars, std::string_view collect);                   // XTWINOPS, XTSMTITLE
+    void cmdCsiU(Params pars, std::string_view collect);                // kitty keyboard, SCORC
+    void csiCopyRectangularArea(Params pars, std::string_view collect); // DECCRA
+    void csiX(Params pars, std::string_view collect);                   // DECFRA
+    void cmdDECRQCRA(Params pars, std::string_view collect);            // DECRQCRA
+    void csiZ(Params pars, std::string_view collect);                   // DECERA
+    void csiOpenBrace(Params pars, std::string_view collect);           // DECSERA
     void csiCloseBrace(Params pars, std::string_view collect);
     void cmdDeleteColumns(Params pars, std::string_view collect); // DECDC
     void cmdInsertColumns(Params pars, std::string_view collect); // DECIC
@@ -366,8 +374,8 @@ private:
         const CharData* current = line.getData();
         if (current[x].width == 0 || current[end].width == 0) return false;
         CharData* cells = line.mutableCells(end + 1);
-        cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
-        if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
+        storeCell(cells + x, curAttr, code, static_cast<std::int8_t>(width));
+        if (width == 2) storeCell(cells + x + 1, curAttr, 0, 0);
         line.touch();
         updateRange(b.y);
         b.x = end;

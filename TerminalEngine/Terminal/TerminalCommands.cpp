@@ -1,9 +1,11 @@
 // Control functions that move the cursor and change the screen: C0 controls, cursor movement,
 // erasing, insertion and deletion, scroll regions and margins, tabs, character sets,
 // rectangles and SGR.
+#include "TerminalEngine/Model/ByteScan.h"
 #include "TerminalEngine/Terminal/Terminal.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace TerminalEngine {
 namespace {
@@ -609,6 +611,65 @@ std::uint8_t colorByte(std::int64_t value) {
     return static_cast<std::uint8_t>(value < 255 ? value : 255);
 }
 
+// The codes that stand alone (no colour parameters follow). Returns false for any other code.
+// Fields are changed in place: a copy of the attribute would be taken apart into bytes and put
+// together again.
+bool applyPlainSgr(Attribute& a, std::int64_t code) {
+    switch (code) {
+    case 0: a = Attribute{}; return true;
+    case 1: a.style |= CharacterStyle::bold; return true;
+    case 2: a.style |= CharacterStyle::dim; return true;
+    case 3: a.style |= CharacterStyle::italic; return true;
+    case 4:
+        a.style |= CharacterStyle::underline;
+        a.underlineStyle = UnderlineStyle::single;
+        return true;
+    case 5: a.style |= CharacterStyle::blink; return true;
+    case 7: a.style |= CharacterStyle::inverse; return true;
+    case 8: a.style |= CharacterStyle::invisible; return true;
+    case 9: a.style |= CharacterStyle::crossedOut; return true;
+    case 21:
+        a.style |= CharacterStyle::underline;
+        a.underlineStyle = UnderlineStyle::double_;
+        return true;
+    case 22: a.style &= ~(CharacterStyle::bold | CharacterStyle::dim); return true;
+    case 23: a.style &= ~CharacterStyle::italic; return true;
+    case 24:
+        a.style &= ~CharacterStyle::underline;
+        a.underlineStyle = UnderlineStyle::none;
+        return true;
+    case 25: a.style &= ~CharacterStyle::blink; return true;
+    case 27: a.style &= ~CharacterStyle::inverse; return true;
+    case 28: a.style &= ~CharacterStyle::invisible; return true;
+    case 29: a.style &= ~CharacterStyle::crossedOut; return true;
+    case 39: a.fg = Attribute::Color::defaultColor(); return true;
+    case 49: a.bg = Attribute::Color::defaultColor(); return true;
+    case 59: a.underlineColor.reset(); return true;
+    default: break;
+    }
+    if (code >= 30 && code <= 37)
+        a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 30));
+    else if (code >= 40 && code <= 47)
+        a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 40));
+    else if (code >= 90 && code <= 97)
+        a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 82));
+    else if (code >= 100 && code <= 107)
+        a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 92));
+    else
+        return false;
+    return true;
+}
+
+// 38, 48 and 58 with the colour they were given.
+void applyExtendedColor(Attribute& a, std::int64_t code, Attribute::Color color) {
+    if (code == 38)
+        a.fg = color;
+    else if (code == 48)
+        a.bg = color;
+    else
+        a.underlineColor = color;
+}
+
 // An extended colour (38, 48, 58) whose parameters follow the code at `i` as colon-joined
 // subparameters. Returns the index of the last parameter consumed; `out` is left alone when the
 // form is not understood.
@@ -667,107 +728,100 @@ void Terminal::cmdCsiM(Params pars, std::string_view collect) {
     // Separators matter only to the codes that take subparameters.
     const std::string_view seps = parser.parsTxt();
     auto joinedToNext = [&](std::size_t i) { return i + 1 < n && seps[i] == ':'; };
-    // Subparameters of codes that take none are skipped whole.
-    auto skipSubparameters = [&](std::size_t& i) {
-        while (joinedToNext(i))
-            ++i;
-    };
 
-    // Fields are changed in place: a copy of the attribute would be taken apart into bytes and
-    // put together again.
     Attribute& a = curAttr;
     for (std::size_t i = 0; i < n; ++i) {
         const std::int64_t code = pars[i];
-        switch (code) {
-        case 0: a = Attribute{}; break;
-        case 1: a.style |= CharacterStyle::bold; break;
-        case 2: a.style |= CharacterStyle::dim; break;
-        case 3: a.style |= CharacterStyle::italic; break;
-        case 4:
-            if (joinedToNext(i)) {
-                static constexpr UnderlineStyle styles[] = {UnderlineStyle::none,    UnderlineStyle::single,
-                                                            UnderlineStyle::double_, UnderlineStyle::curly,
-                                                            UnderlineStyle::dotted,  UnderlineStyle::dashed};
-                const std::int64_t sub = pars[++i];
-                if (sub == 0) {
-                    a.style &= ~CharacterStyle::underline;
-                    a.underlineStyle = UnderlineStyle::none;
-                } else if (sub > 0 && sub <= 5) {
-                    a.style |= CharacterStyle::underline;
-                    a.underlineStyle = styles[sub];
-                }
-                skipSubparameters(i);
-            } else {
-                a.style |= CharacterStyle::underline;
-                a.underlineStyle = UnderlineStyle::single;
-            }
-            break;
-        case 5: a.style |= CharacterStyle::blink; break;
-        case 7: a.style |= CharacterStyle::inverse; break;
-        case 8: a.style |= CharacterStyle::invisible; break;
-        case 9: a.style |= CharacterStyle::crossedOut; break;
-        case 21:
-            a.style |= CharacterStyle::underline;
-            a.underlineStyle = UnderlineStyle::double_;
-            break;
-        case 22: a.style &= ~(CharacterStyle::bold | CharacterStyle::dim); break;
-        case 23: a.style &= ~CharacterStyle::italic; break;
-        case 24:
-            a.style &= ~CharacterStyle::underline;
-            a.underlineStyle = UnderlineStyle::none;
-            break;
-        case 25: a.style &= ~CharacterStyle::blink; break;
-        case 27: a.style &= ~CharacterStyle::inverse; break;
-        case 28: a.style &= ~CharacterStyle::invisible; break;
-        case 29: a.style &= ~CharacterStyle::crossedOut; break;
-        case 38:
-        case 48:
-        case 58: {
+        if (code == 38 || code == 48 || code == 58) {
             Attribute::Color color;
             bool set = false;
             i = joinedToNext(i) ? extendedColorSubparameters(pars, seps, i, color, set)
                                 : extendedColorParameters(pars, i, color, set);
-            if (set) {
-                if (code == 38)
-                    a.fg = color;
-                else if (code == 48)
-                    a.bg = color;
-                else
-                    a.underlineColor = color;
+            if (set) applyExtendedColor(a, code, color);
+            continue;
+        }
+        if (code == 4 && joinedToNext(i)) {
+            // 4:N picks the underline style; 4:0 removes it.
+            static constexpr UnderlineStyle styles[] = {UnderlineStyle::none,    UnderlineStyle::single,
+                                                        UnderlineStyle::double_, UnderlineStyle::curly,
+                                                        UnderlineStyle::dotted,  UnderlineStyle::dashed};
+            const std::int64_t sub = pars[++i];
+            if (sub == 0) {
+                a.style &= ~CharacterStyle::underline;
+                a.underlineStyle = UnderlineStyle::none;
+            } else if (sub > 0 && sub <= 5) {
+                a.style |= CharacterStyle::underline;
+                a.underlineStyle = styles[sub];
             }
-            break;
+        } else if (!applyPlainSgr(a, code)) {
+            // Codes this terminal does not draw (fonts, fraktur, proportional spacing) are
+            // known and skipped quietly.
+            const bool known = code == 6 || code == 26 || (code >= 10 && code <= 20);
+            if (!known) log("TerminalEngine: Unknown SGR attribute: " + std::to_string(code));
         }
-        case 39: a.fg = Attribute::Color::defaultColor(); break;
-        case 49: a.bg = Attribute::Color::defaultColor(); break;
-        case 59: a.underlineColor.reset(); break;
-        case 6:
-        case 10:
-        case 11:
-        case 12:
-        case 13:
-        case 14:
-        case 15:
-        case 16:
-        case 17:
-        case 18:
-        case 19:
-        case 20:
-        case 26: skipSubparameters(i); break;
-        default:
-            if (code >= 30 && code <= 37)
-                a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 30));
-            else if (code >= 40 && code <= 47)
-                a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 40));
-            else if (code >= 90 && code <= 97)
-                a.fg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 82));
-            else if (code >= 100 && code <= 107)
-                a.bg = Attribute::Color::ansi256(static_cast<std::uint8_t>(code - 92));
-            else
-                log("TerminalEngine: Unknown SGR attribute: " + std::to_string(code));
-            skipSubparameters(i);
-            break;
-        }
+        // Subparameters of codes that take none are skipped whole.
+        while (joinedToNext(i))
+            ++i;
     }
+}
+
+bool Terminal::sgrSingle(std::int64_t code) {
+    return applyPlainSgr(curAttr, code);
+}
+
+std::int64_t Terminal::readSgr(const std::uint8_t* bytes, std::int64_t from, std::int64_t len) {
+    Attribute a = curAttr;
+    std::int64_t j = from;
+    std::int64_t value = 0;
+    std::uint8_t after = 0;
+    // One parameter of at most three digits (none reads as 0) and the byte after it.
+    auto next = [&] {
+        if (j + 4 > len || !ByteScan::shortDecimal(bytes, j, value)) return false;
+        after = bytes[j++];
+        return after == ';' || after == 'm';
+    };
+    // "38;5;" and "48;5;" as little-endian words: the 256-colour forms are matched whole.
+    constexpr std::uint64_t fg256 = 0x3B353B3833ull, bg256 = 0x3B353B3834ull;
+    while (true) {
+        if (j + 8 <= len) {
+            std::uint64_t word;
+            std::memcpy(&word, bytes + j, sizeof word);
+            word &= 0xFFFFFFFFFFull;
+            if (word == fg256 || word == bg256) {
+                j += 5;
+                if (!next()) return -1;
+                applyExtendedColor(a, word == fg256 ? 38 : 48, Attribute::Color::ansi256(colorByte(value)));
+                if (after == 'm') break;
+                continue;
+            }
+        }
+        if (!next()) return -1;
+        const std::int64_t code = value;
+        if (code == 38 || code == 48 || code == 58) {
+            if (after != ';' || !next() || after != ';') return -1;
+            Attribute::Color color;
+            if (value == 5) {
+                if (!next()) return -1;
+                color = Attribute::Color::ansi256(colorByte(value));
+            } else if (value == 2) {
+                std::uint8_t rgb[3];
+                for (std::uint8_t& channel : rgb) {
+                    if (!next()) return -1;
+                    channel = colorByte(value);
+                    if (after != ';' && &channel != &rgb[2]) return -1;
+                }
+                color = Attribute::Color::trueColor(rgb[0], rgb[1], rgb[2]);
+            } else {
+                return -1;
+            }
+            applyExtendedColor(a, code, color);
+        } else if (!applyPlainSgr(a, code)) {
+            return -1;
+        }
+        if (after == 'm') break;
+    }
+    curAttr = a;
+    return j - 1;
 }
 
 } // namespace TerminalEngine

@@ -202,7 +202,7 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
         CharData* cells = line.mutableCells(x + static_cast<int>(chunk) + 1);
         if (cells[x].width == 0 && x > 0) repairWideCharacterAt(line, x);
         if (chunk == 1)
-            cells[x] = CharData(curAttr, text[0], 1); // one character between two moves
+            storeCell(cells + x, curAttr, text[0], 1); // one character between two moves
         else
             writeAsciiCells(cells + x, curAttr, text, chunk);
         const int end = x + static_cast<int>(chunk);
@@ -241,8 +241,8 @@ void Terminal::placeCharacter(std::int32_t code, int width) {
     if (insertMode) line.insertCells(x, width, right, eraseCell());
     repairWideCharacterAt(line, x);
     CharData* cells = line.mutableCells(x + width + 1);
-    cells[x] = CharData(curAttr, code, static_cast<std::int8_t>(width));
-    if (width == 2) cells[x + 1] = CharData(curAttr, 0, 0);
+    storeCell(cells + x, curAttr, code, static_cast<std::int8_t>(width));
+    if (width == 2) storeCell(cells + x + 1, curAttr, 0, 0);
     int end = x + width;
     if (end < line.count() && cells[end].width == 0) cells[end] = eraseCell();
     line.touch();

@@ -192,6 +192,7 @@ TEST(EscapeSequenceParser, EveryReadSplitGivesTheSameScreen) {
         "\x1b(0lqqk\x1b(B\x1b[3;5r\x1b[4H\n\n\n\x1bM",
         "\x1b[38;5;123;48;5;7;1;3;4mA\x1b[38:2::10:200:3mB\x1b[0m\x1b[12;345Hc\x1b[1234567;2Hd\x1b[?1049h",
         "\x1b[7;1Hx\x1b[8;2Hy\r\ne\xcc\x81\x65\xcc\x81\xe4\xb8\xad\x7f\xe2\x94\x80",
+        "\x1b[48;5;9;38;2;1;2;3;1mA\x1b[38;5;12;6;1000mB\x1b[32mC\x1b[38;7;1mD\x1b[48;5;1:2;4mE\x1b[mF",
     };
     for (const char* s : streams)
         EXPECT_EQ(testing::firstSplitThatDiffers(s), -1) << s;

@@ -3,6 +3,8 @@
 #include "TerminalHarness.h"
 
 #include <chrono>
+#include <random>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -334,12 +336,54 @@ TEST(Terminal, SelectGraphicRendition) {
         {"\x1b[1;2;22m", Attribute{}},
         {"\x1b[31;1m\x1b[0m", Attribute{}},
         {"\x1b[4;58:2::1:2:3m", ulColor},
-        {"\x1b[>4;2m", Attribute{}}, // key modifier options, not SGR
+        {"\x1b[>4;2m", Attribute{}},                                     // key modifier options, not SGR
+        {"\x1b[38;5;12;6;1000m", withFg(Attribute::Color::ansi256(12))}, // known and unknown codes
+        {"\x1b[38;7;1;3m", boldItalic},                                  // an unknown colour form
+        {"\x1b[38;5;1;;1;3m", boldItalic},                               // an empty parameter resets
+        {"\x1b[48;5;9;38;2;1;2;3;39m", bgBright},
+        {"\x1b[48;5;1;38;5;1;39;101m", bgBright},
+        {"\x1b[38;2;1;2;3;48;5;9;4;58;2;1;2;3;39m",
+         [&] {
+             Attribute a = ulColor;
+             a.bg = bgBright.bg;
+             return a;
+         }()},
     };
+    // Each whole, with text after it so that the sequence is read straight from the buffer, and
+    // one byte at a time, which takes the parameter list.
     for (const auto& c : cases) {
-        TerminalHarness h;
-        h.feed(c.input);
-        EXPECT_EQ(h.terminal->curAttr, c.expected) << c.input;
+        TerminalHarness whole, bytewise;
+        whole.feed(std::string(c.input) + "text after the sequence");
+        for (const char* p = c.input; *p != 0; ++p)
+            bytewise.feed(std::string_view(p, 1));
+        EXPECT_EQ(whole.terminal->curAttr, c.expected) << c.input;
+        EXPECT_EQ(bytewise.terminal->curAttr, c.expected) << c.input;
+    }
+}
+
+TEST(Terminal, SgrReadWholeMatchesSgrReadByteByByte) {
+    // Random lists drawn from every kind of parameter: plain codes, both colour forms, values
+    // out of range, empty ones, colons, unknown and long codes.
+    const char* pieces[] = {"0",          "1",      "3",        "4",          "7",
+                            "22",         "24",     "27",       "31",         "39",
+                            "44",         "49",     "59",       "95",         "104",
+                            "6",          "1000",   "",         "4:3",        "38;5;200",
+                            "48;5;7",     "58;5;3", "38;5;999", "38;2;1;2;3", "48;2;300;0;9",
+                            "58;2;4;5;6", "38:5:9", "38;5",     "48;2;1",     "38;9"};
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1), count(1, 6);
+    std::uniform_int_distribution<int> colourFirst(0, 1);
+    for (int round = 0; round < 300; ++round) {
+        std::string sequence = "\x1b[";
+        if (colourFirst(rng) != 0) sequence += round % 2 == 0 ? "38;5;17;" : "48;2;9;8;7;";
+        for (std::size_t k = count(rng); k > 0; --k)
+            sequence += std::string(pieces[pick(rng)]) + (k > 1 ? ";" : "m");
+        TerminalHarness whole, bytewise;
+        whole.feed("\x1b[1;4;38;5;3;48;5;4m" + sequence + "more text");
+        bytewise.feed("\x1b[1;4;38;5;3;48;5;4m");
+        for (char c : sequence)
+            bytewise.feed(std::string_view(&c, 1));
+        EXPECT_EQ(whole.terminal->curAttr, bytewise.terminal->curAttr) << sequence;
     }
 }
 

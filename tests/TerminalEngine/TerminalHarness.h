@@ -78,9 +78,11 @@ public:
     std::unique_ptr<Terminal> terminal;
 };
 
-// Everything observable after feeding: rows, cursor, replies, titles.
+// Everything observable after feeding: rows and the attributes of their cells, the attribute
+// being written with, cursor, replies, titles.
 struct Outcome {
     std::vector<std::string> screen;
+    std::vector<Attribute> attributes;
     int x = 0, y = 0;
     std::string sent;
     std::vector<std::string> titles;
@@ -88,7 +90,11 @@ struct Outcome {
 };
 
 inline Outcome outcomeOf(TerminalHarness& h) {
-    return {h.screen(), h.x(), h.y(), h.delegate->sent, h.delegate->titles};
+    std::vector<Attribute> attributes{h.terminal->curAttr};
+    for (int y = 0; y < h.terminal->rows; ++y)
+        for (int x = 0; x < h.terminal->cols; ++x)
+            attributes.push_back(h.cell(x, y).attribute);
+    return {h.screen(), std::move(attributes), h.x(), h.y(), h.delegate->sent, h.delegate->titles};
 }
 
 // Feeds `bytes` whole, then split at every position into two reads, and reports the first split
