@@ -143,7 +143,7 @@ TEST_F(AppStoreTest, SavedWorkspaceReadsBackWithItsShapesButNotItsIds) {
     EXPECT_FALSE(store->layouts().at(webID).containsID(store->templates()[0].node.id()));
 }
 
-TEST_F(AppStoreTest, QuitSavesAliveSessionsAndTheNextLaunchPutsThemBackInTheirPanes) {
+TEST_F(AppStoreTest, QuitSavesAliveSessionsAndTheNextLaunchPutsThemBackInTheirPanesUnlessRestoreIsOff) {
     UUID projectID;
     {
         auto store = makeStore();
@@ -196,6 +196,16 @@ TEST_F(AppStoreTest, QuitSavesAliveSessionsAndTheNextLaunchPutsThemBackInTheirPa
     EXPECT_EQ(store->selectedSessionID(), shell->id()); // the first pane of the selected project
     EXPECT_EQ(store->usageCounts().at("service"), 2);   // restores aren't counted as starts
     store->shutdown();
+    store.reset();
+
+    // Restore turned off: nothing comes back, and the next save drops the records.
+    ASSERT_EQ(stateFile()->at("restorable").size(), 2u);
+    settings.setBoolean(SettingKeys::restoreEnabled.key, false);
+    store = makeStore();
+    store->launch();
+    EXPECT_TRUE(store->sessions().empty());
+    store->save();
+    EXPECT_TRUE(stateFile()->at("restorable").empty());
 }
 
 // Slots were counted among occupied panes and are used among all panes: with empty panes before
@@ -226,21 +236,6 @@ TEST_F(AppStoreTest, RestoreUsesSlotsAmongAllPanesAndDropsRecordsOfRemovedProjec
     EXPECT_EQ(tree.session(tree.leafIDs()[1]), store->sessions()[0]->id());
     EXPECT_EQ(store->sessions()[1]->userTitle(), "s5"); // alive, without a pane
     store->shutdown();
-}
-
-TEST_F(AppStoreTest, RestoreTurnedOffDropsTheRecordsAtTheNextSave) {
-    {
-        auto store = makeStore();
-        const UUID projectID = store->addProject(folder("web")).id;
-        store->startSession(SessionKind::service, projectID, command("exec sleep 30"));
-        store->shutdown();
-    }
-    settings.setBoolean(SettingKeys::restoreEnabled.key, false);
-    auto store = makeStore();
-    store->launch();
-    EXPECT_TRUE(store->sessions().empty());
-    store->save();
-    EXPECT_TRUE(stateFile()->at("restorable").empty());
 }
 
 TEST_F(AppStoreTest, ResumeCommandsQuoteTheSessionIdForTheShell) {

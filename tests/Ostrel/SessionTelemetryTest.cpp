@@ -4,6 +4,7 @@
 #include "Ostrel/SessionTelemetry.h"
 
 #include "OstrelCore/GeminiTranscript.h"
+#include "support/TemporaryFolder.h"
 
 #include <barrier>
 #include <fcntl.h>
@@ -89,11 +90,8 @@ class SessionTelemetryTest : public ::testing::Test {
 protected:
     void SetUp() override {
         SessionTelemetry::resetClaimsForTesting();
-        char pattern[] = "/tmp/ostrel-telemetry-XXXXXX";
-        home = ::mkdtemp(pattern);
         files->clock = base;
     }
-    void TearDown() override { std::filesystem::remove_all(home); }
 
     SessionTelemetry session(SessionKind kind, Timestamp startedAt, std::optional<std::string> resumeID = {},
                              std::string path = project) {
@@ -123,22 +121,11 @@ protected:
 
     std::shared_ptr<ObservedFileSystem> files =
         std::make_shared<ObservedFileSystem>(SystemFileSystem::CreationDate::modificationTime);
-    std::string home;
+    OstrelTest::TemporaryFolder folder;
+    std::string home = folder.path();
     const date::time_zone* zone = date::locate_zone("Europe/Berlin");
     const std::string claudeFolder = ".claude/projects/-work-app/";
 };
-
-TEST_F(SessionTelemetryTest, TwoSessionsStartedInOneFolderWithinASecondBindDifferentFiles) {
-    write(claudeFolder + "a.jsonl", {claudeAssistant(100)}, base + 2s);
-    write(claudeFolder + "b.jsonl", {claudeAssistant(200)}, base + 3s);
-    auto first = session(SessionKind::claude, base);
-    auto second = session(SessionKind::claude, base + 600ms);
-    auto secondReading = second.poll();
-    auto firstReading = first.poll();
-    ASSERT_TRUE(firstReading && secondReading);
-    EXPECT_NE(first.boundURL(), second.boundURL());
-    EXPECT_NE(firstReading->contextUsed, secondReading->contextUsed);
-}
 
 TEST_F(SessionTelemetryTest, AFileMayBeUpToFiveSecondsOlderThanItsSession) {
     struct Case {
@@ -219,10 +206,13 @@ TEST_F(SessionTelemetryTest, ReleaseFreesEveryFileTheSessionLeftBehindButNoneAno
     for (const std::string& path : paths)
         EXPECT_TRUE(first.holds(path)) << path;
 
-    // A copy out on the pool when the session ends comes back after another took the file.
+    // Claimed files are no one else's; a copy out on the pool when the session ends comes back
+    // after another took the file.
+    auto second = session(SessionKind::claude, base);
+    EXPECT_EQ(second.poll(), std::nullopt);
     SessionTelemetry late = first;
     first.release();
-    auto second = session(SessionKind::claude, base);
+    EXPECT_FALSE(first.boundURL());
     files->clock = base + 120s;
     ASSERT_TRUE(second.poll());
     late.release();
@@ -352,18 +342,6 @@ TEST_F(SessionTelemetryTest, AQuietPollCostsTwoAttributeReadsAndInsideTheSuccess
         EXPECT_EQ(files->listings, step.listings) << step.at.count();
         EXPECT_EQ(files->reads, step.reads) << step.at.count();
     }
-}
-
-TEST_F(SessionTelemetryTest, ReleaseLetsAnotherSessionTakeTheFile) {
-    std::string path = write(claudeFolder + "s.jsonl", {claudeAssistant(100)}, base + 1s);
-    auto first = session(SessionKind::claude, base);
-    auto second = session(SessionKind::claude, base);
-    ASSERT_TRUE(first.poll());
-    EXPECT_EQ(second.poll(), std::nullopt);
-    first.release();
-    EXPECT_FALSE(first.boundURL());
-    EXPECT_TRUE(second.poll());
-    EXPECT_EQ(second.boundURL(), path);
 }
 
 TEST_F(SessionTelemetryTest, TailWindowStartingInsideACharacterGivesNothingUntilTheNextWrite) {
@@ -539,15 +517,9 @@ TEST_F(SessionTelemetryTest,
     EXPECT_EQ(reading->sessionTitle, "Fix the login bug");
 }
 
-TEST(SystemFileSystem, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
-    char pattern[] = "/tmp/ostrel-birth-XXXXXX";
-    std::string folder = ::mkdtemp(pattern);
-    std::string path = folder + "/s.jsonl";
-    std::ofstream(path) << "{}\n";
+TEST_F(SessionTelemetryTest, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
     const Timestamp longAgo = date::sys_days{date::year{2001} / 1 / 1};
-    auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(longAgo.time_since_epoch()).count();
-    timespec times[2] = {{ns / 1000000000, 0}, {ns / 1000000000, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const std::string path = write("birth/s.jsonl", {"{}"}, longAgo), folder = home + "/birth";
     auto keepAll = [](std::string_view) { return true; };
 
     auto fallback = SystemFileSystem(SystemFileSystem::CreationDate::modificationTime).files(folder, keepAll);
@@ -562,7 +534,6 @@ TEST(SystemFileSystem, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
         EXPECT_GT(*listed[0].created, std::chrono::system_clock::now() - 1h);
     else
         EXPECT_EQ(listed[0].created, longAgo); // no birth time here: the modification time stands in
-    std::filesystem::remove_all(folder);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "Ostrel/LoginEnv.h"
 #include "Ostrel/SessionController.h"
 #include "TerminalEngine/Pty/DispatchQueue.h"
+#include "support/TemporaryFolder.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -26,18 +27,16 @@ namespace Ostrel::Testing {
 using namespace std::chrono_literals;
 
 // HOME, XDG_DATA_HOME and XDG_CONFIG_HOME point into a fresh folder for the life of the object.
-class TemporaryHome {
+class TemporaryHome : public OstrelTest::TemporaryFolder {
 public:
     TemporaryHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-home-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
         for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
             const char* old = std::getenv(name);
             saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
         }
-        ::setenv("HOME", path_.c_str(), 1);
-        ::setenv("XDG_DATA_HOME", (path_ / "data").c_str(), 1);
-        ::setenv("XDG_CONFIG_HOME", (path_ / "config").c_str(), 1);
+        ::setenv("HOME", path().c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (*this / "data").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (*this / "config").c_str(), 1);
     }
     ~TemporaryHome() {
         for (const auto& [name, value] : saved_) {
@@ -46,31 +45,9 @@ public:
             else
                 ::unsetenv(name.c_str());
         }
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryHome(const TemporaryHome&) = delete;
-    TemporaryHome& operator=(const TemporaryHome&) = delete;
-
-    std::string path() const { return path_.string(); }
-    std::string operator/(const std::string& relative) const { return (path_ / relative).string(); }
-
-    void write(const std::string& relative, const std::string& content, bool executable = false) const {
-        const auto file = path_ / relative;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << content;
-        if (executable) std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-    }
-    std::optional<std::string> read(const std::string& relative) const {
-        std::ifstream in(path_ / relative, std::ios::binary);
-        if (!in) return std::nullopt;
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
 private:
-    std::filesystem::path path_;
     std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
