@@ -246,12 +246,11 @@ TEST_F(AppStoreTest, ResumeCommandsQuoteTheSessionIdForTheShell) {
     };
     const Case cases[] = {
         {SessionKind::claude, "claude --resume \"it's\"", "claude --resume 'it'\\''s'"},
-        {SessionKind::codex, "codex resume 'a b'", "codex resume 'a b'"},
-        {SessionKind::gemini, "gemini --resume x", "gemini --resume 'x'"},
         {SessionKind::claude, "claude", std::nullopt},
         {SessionKind::service, "npm run dev", "npm run dev"},
     };
-    // The commands are only read here: the sessions run /bin/true.
+    // The commands are only read here: the sessions run /bin/true. Each agent's forms are the
+    // resume command reader's own tests.
     AppStore::Options options;
     options.prewarmLoginEnvironment = false;
     options.session.shell = "/bin/true";

@@ -113,6 +113,10 @@ protected:
     std::string append(const std::string& relative, const std::string& line, Timestamp at) {
         return write(relative, {line}, at, std::ios::app);
     }
+    // The context a poll read; none when it read nothing.
+    static std::optional<std::int64_t> used(const std::optional<OstrelCore::TranscriptReading>& reading) {
+        return reading ? reading->contextUsed : std::nullopt;
+    }
     static void place(const std::string& path, Timestamp at) {
         auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(at.time_since_epoch()).count();
         timespec times[2] = {{ns / 1000000000, ns % 1000000000}, {ns / 1000000000, ns % 1000000000}};
@@ -149,10 +153,8 @@ TEST_F(SessionTelemetryTest, CodexSessionStartedAtOneMinuteToMidnightFindsItsFil
     std::string mine = write(".codex/sessions/2026/01/03/rollout-mine.jsonl",
                              {codexMeta(project), codexTokens(3)}, startedAt + 40s);
     auto telemetry = session(SessionKind::codex, startedAt);
-    auto reading = telemetry.poll();
+    EXPECT_EQ(used(telemetry.poll()), 3);
     EXPECT_EQ(telemetry.boundURL(), mine);
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 3);
 }
 
 TEST_F(SessionTelemetryTest, ClaudeClearSuccessorBindsOnceTheOldFileIsQuietAndAWriteToTheOldFileMovesBack) {
@@ -167,21 +169,15 @@ TEST_F(SessionTelemetryTest, ClaudeClearSuccessorBindsOnceTheOldFileIsQuietAndAW
         write(claudeFolder + "next.jsonl",
               {claudeUser("<command-name>/clear</command-name>"), claudeAssistant(300)}, base + 25s);
     append(claudeFolder + "old.jsonl", claudeAssistant(150), base + 26s);
-    auto reading = telemetry.poll(); // the old file changed: no search yet
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 150);
+    EXPECT_EQ(used(telemetry.poll()), 150); // the old file changed: no search yet
 
     files->clock = base + 40s;
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 300);
+    EXPECT_EQ(used(telemetry.poll()), 300);
     EXPECT_EQ(telemetry.boundURL(), next);
     EXPECT_TRUE(SessionTelemetry::isClaimed(old));
 
     append(claudeFolder + "old.jsonl", claudeAssistant(500), base + 45s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 500);
+    EXPECT_EQ(used(telemetry.poll()), 500);
     EXPECT_EQ(telemetry.boundURL(), old);
     EXPECT_FALSE(SessionTelemetry::isClaimed(next));
 
@@ -315,7 +311,7 @@ TEST_F(SessionTelemetryTest, ResumedSessionBindsTheOlderFileNamedByItsID) {
         auto telemetry = session(c.kind, base, id);
         auto reading = telemetry.poll();
         EXPECT_EQ(telemetry.boundURL(), resumed) << rawValue(c.kind);
-        EXPECT_TRUE(reading && reading->contextUsed == 1) << rawValue(c.kind);
+        EXPECT_EQ(used(reading), 1) << rawValue(c.kind);
         EXPECT_EQ(telemetry.boundSessionID(), id) << rawValue(c.kind);
     }
     // A name that shares the first eight characters isn't enough: the head must hold the whole id.
@@ -384,9 +380,7 @@ TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedL
 
     std::ofstream(path, std::ios::app) << R"(ens":250}}})" << '\n';
     place(path, base + 3s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 250);
+    EXPECT_EQ(used(telemetry.poll()), 250);
 
     // A byte that isn't UTF-8 inside the window spoils the whole read, until it scrolls out.
     std::ofstream(path, std::ios::app) << "\xff\xfe\x00garbage\n";
@@ -399,9 +393,7 @@ TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedL
     out << claudeAssistant(300) << '\n';
     out.close();
     place(path, base + 5s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 300);
+    EXPECT_EQ(used(telemetry.poll()), 300);
 }
 
 TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOwnFileIs) {
@@ -430,7 +422,7 @@ TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOw
         auto reading = telemetry.poll();
         files->afterListing = nullptr;
         EXPECT_EQ(telemetry.boundURL(), own) << c.name;
-        EXPECT_TRUE(reading && reading->contextUsed == 2) << c.name;
+        EXPECT_EQ(used(reading), 2) << c.name;
     }
 }
 
@@ -444,9 +436,7 @@ TEST_F(SessionTelemetryTest, ABoundFileThatVanishesGivesNothingUntilItIsWrittenA
     // Rewritten whole through a temporary file and a rename, as some agents do.
     std::string temporary = write(claudeFolder + "s.jsonl.tmp", {claudeAssistant(200)}, base + 3s);
     std::filesystem::rename(temporary, path);
-    auto reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 200);
+    EXPECT_EQ(used(telemetry.poll()), 200);
 }
 
 TEST_F(SessionTelemetryTest, CandidateFoldersFollowEachAgentsLayout) {
