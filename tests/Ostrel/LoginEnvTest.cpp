@@ -4,6 +4,7 @@
 
 #include "TerminalEngine/Pty/DispatchQueue.h"
 #include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -152,9 +153,7 @@ TEST(LoginEnv, HangingShellIsKilledWithItsProcessGroupAtTheLimit) {
         std::string pid, command, state;
         return stat >> pid >> command >> state && state != "Z";
     };
-    for (int i = 0; i < 500 && alive(); ++i)
-        std::this_thread::sleep_for(10ms);
-    EXPECT_FALSE(alive());
+    EXPECT_TRUE(OstrelTest::waitFor([&] { return !alive(); }, 5s));
 }
 
 TEST(LoginEnv, PrewarmStoresTheResultOnTheMainQueueAndKeepsItWhenALaterCaptureFails) {

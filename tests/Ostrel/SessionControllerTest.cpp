@@ -107,30 +107,18 @@ TEST_F(SessionControllerTest, LaunchArgumentsFollowKindCommandAndLoginEnvironmen
         bool loginCaptured;
         std::vector<std::string> arguments;
     };
+    using K = SessionKind;
+    const std::optional<std::string> none;
+    const std::string claudeQuiet = "claude" + quiet, resumedQuiet = "claude --resume x" + quiet;
     const Case cases[] = {
-        {"shell is a login shell", SessionKind::shell, "ignored", true, true, {"-l"}},
-        {"agent default command", SessionKind::codex, std::nullopt, false, true, {"-c", "codex"}},
-        {"not captured yet", SessionKind::gemini, std::nullopt, false, false, {"-l", "-i", "-c", "gemini"}},
-        {"service without command",
-         SessionKind::service,
-         std::nullopt,
-         false,
-         true,
-         {"-c", "exec '/bin/sh' -l"}},
-        {"claude with a status line",
-         SessionKind::claude,
-         std::nullopt,
-         true,
-         true,
-         {"-c", "claude" + quiet}},
-        {"claude resumed",
-         SessionKind::claude,
-         "claude --resume x",
-         true,
-         true,
-         {"-c", "claude --resume x" + quiet}},
-        {"claude through a wrapper", SessionKind::claude, "npx claude", true, true, {"-c", "npx claude"}},
-        {"claude without a status line", SessionKind::claude, std::nullopt, false, true, {"-c", "claude"}},
+        {"shell is a login shell", K::shell, "ignored", true, true, {"-l"}},
+        {"agent default command", K::codex, none, false, true, {"-c", "codex"}},
+        {"not captured yet", K::gemini, none, false, false, {"-l", "-i", "-c", "gemini"}},
+        {"service without command", K::service, none, false, true, {"-c", "exec '/bin/sh' -l"}},
+        {"claude with a status line", K::claude, none, true, true, {"-c", claudeQuiet}},
+        {"claude resumed", K::claude, "claude --resume x", true, true, {"-c", resumedQuiet}},
+        {"claude through a wrapper", K::claude, "npx claude", true, true, {"-c", "npx claude"}},
+        {"claude without a status line", K::claude, none, false, true, {"-c", "claude"}},
     };
     for (const Case& c : cases) {
         std::filesystem::remove(home / ".claude/settings.json");

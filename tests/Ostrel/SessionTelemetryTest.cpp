@@ -275,39 +275,31 @@ TEST_F(SessionTelemetryTest, ClaudeSuccessorIsNoOlderThanTheOldFilesLastWriteLes
 TEST_F(SessionTelemetryTest, ResumedSessionBindsTheOlderFileNamedByItsID) {
     const std::string id = "0199a3c4-5e6f-7a8b-9c0d-1e2f3a4b5c6d";
     const Timestamp weekAgo = base - 24h * 7;
+    // A transcript of the agent's own kind with a session id and a context count.
+    const auto lines = [&](SessionKind kind, const std::string& session, int tokens) {
+        if (kind == SessionKind::claude) return std::vector<std::string>{claudeAssistant(tokens)};
+        if (kind == SessionKind::codex)
+            return std::vector<std::string>{codexMeta(project), codexTokens(tokens)};
+        return std::vector<std::string>{geminiHeader(session, "main"), geminiReply(tokens)};
+    };
+    const std::string codexDay = ".codex/sessions/2026/03/",
+                      geminiChats = ".gemini/tmp/app/chats/session-2026-03-";
     struct Case {
         SessionKind kind;
         std::string resumed, newer, decoy;
-        std::vector<std::string> resumedLines, newerLines, decoyLines;
     } cases[] = {
-        {SessionKind::claude,
-         claudeFolder + id + ".jsonl",
-         claudeFolder + "fresh.jsonl",
-         "",
-         {claudeAssistant(1)},
-         {claudeAssistant(2)},
-         {}},
-        {SessionKind::codex,
-         ".codex/sessions/2026/03/03/rollout-2026-03-03T10-00-00-" + id + ".jsonl",
-         ".codex/sessions/2026/03/10/rollout-fresh.jsonl",
-         "",
-         {codexMeta(project), codexTokens(1)},
-         {codexMeta(project), codexTokens(2)},
-         {}},
+        {SessionKind::claude, claudeFolder + id + ".jsonl", claudeFolder + "fresh.jsonl", ""},
+        {SessionKind::codex, codexDay + "03/rollout-2026-03-03T10-00-00-" + id + ".jsonl",
+         codexDay + "10/rollout-fresh.jsonl", ""},
         // Gemini's file names hold the id's first eight characters only.
-        {SessionKind::gemini,
-         ".gemini/tmp/app/chats/session-2026-03-03T10-00-0199a3c4.jsonl",
-         ".gemini/tmp/app/chats/session-2026-03-10T09-00-fresh.jsonl",
-         ".gemini/tmp/app/chats/session-2026-03-02T10-00-0199a3c4.jsonl",
-         {geminiHeader(id, "main"), geminiReply(1)},
-         {geminiHeader("fresh", "main"), geminiReply(2)},
-         {geminiHeader("0199a3c4-0000", "main"), geminiReply(3)}},
+        {SessionKind::gemini, geminiChats + "03T10-00-0199a3c4.jsonl", geminiChats + "10T09-00-fresh.jsonl",
+         geminiChats + "02T10-00-0199a3c4.jsonl"},
     };
     for (const Case& c : cases) {
         SessionTelemetry::resetClaimsForTesting();
-        std::string resumed = write(c.resumed, c.resumedLines, weekAgo);
-        write(c.newer, c.newerLines, base + 1s);
-        if (!c.decoy.empty()) write(c.decoy, c.decoyLines, weekAgo);
+        std::string resumed = write(c.resumed, lines(c.kind, id, 1), weekAgo);
+        write(c.newer, lines(c.kind, "fresh", 2), base + 1s);
+        if (!c.decoy.empty()) write(c.decoy, lines(c.kind, "0199a3c4-0000", 3), weekAgo);
         auto telemetry = session(c.kind, base, id);
         auto reading = telemetry.poll();
         EXPECT_EQ(telemetry.boundURL(), resumed) << rawValue(c.kind);
@@ -441,35 +433,25 @@ TEST_F(SessionTelemetryTest, ABoundFileThatVanishesGivesNothingUntilItIsWrittenA
 
 TEST_F(SessionTelemetryTest, CandidateFoldersFollowEachAgentsLayout) {
     const date::time_zone* utc = date::locate_zone("Etc/UTC");
-    const Timestamp halfPastMidnightInBerlin = date::sys_days{date::year{2026} / 1 / 2} + 23h + 30min;
+    const Timestamp lateEvening = date::sys_days{date::year{2026} / 1 / 2} + 23h + 30min; // 00:30 in Berlin
     // The last Sunday of October 2026 has 25 hours in Berlin: a day later is still that day.
     const Timestamp longDay = zone->to_sys(date::local_days{date::year{2026} / 10 / 25} + 30min);
+    const std::string sessions = ".codex/sessions/2026/", claude = ".claude/projects/-home-jos";
+    using K = SessionKind;
     struct Case {
-        SessionKind kind;
+        K kind;
         std::string path;
         Timestamp startedAt;
         const date::time_zone* zone;
         std::vector<std::string> expected;
     } cases[] = {
-        {SessionKind::claude, "/Users/a/my.app/", base, zone, {".claude/projects/-Users-a-my-app"}},
+        {K::claude, "/Users/a/my.app/", base, zone, {".claude/projects/-Users-a-my-app"}},
         // Claude Code itself keeps ASCII only; the folder may have either name.
-        {SessionKind::claude,
-         "/home/josé/日本",
-         base,
-         zone,
-         {".claude/projects/-home-josé-日本", ".claude/projects/-home-jos----"}},
-        {SessionKind::codex,
-         project,
-         halfPastMidnightInBerlin,
-         zone,
-         {".codex/sessions/2026/01/03", ".codex/sessions/2026/01/04"}},
-        {SessionKind::codex,
-         project,
-         halfPastMidnightInBerlin,
-         utc,
-         {".codex/sessions/2026/01/02", ".codex/sessions/2026/01/03"}},
-        {SessionKind::codex, project, longDay, zone, {".codex/sessions/2026/10/25"}},
-        {SessionKind::shell, project, base, zone, {}},
+        {K::claude, "/home/josé/日本", base, zone, {claude + "é-日本", claude + "----"}},
+        {K::codex, project, lateEvening, zone, {sessions + "01/03", sessions + "01/04"}},
+        {K::codex, project, lateEvening, utc, {sessions + "01/02", sessions + "01/03"}},
+        {K::codex, project, longDay, zone, {sessions + "10/25"}},
+        {K::shell, project, base, zone, {}},
     };
     for (const Case& c : cases) {
         SessionTelemetry telemetry(c.kind, c.path, c.startedAt, std::nullopt, {files, home + "/", c.zone});

@@ -6,6 +6,7 @@
 #include "Ostrel/SessionController.h"
 #include "TerminalEngine/Pty/DispatchQueue.h"
 #include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -70,13 +71,7 @@ public:
 
     // Runs the loop until `done`; the limit only guards against a hang.
     bool runUntil(const std::function<bool()>& done, std::chrono::seconds limit = 60s) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            loop.restart();
-            loop.run_one_for(10ms);
-        }
-        return true;
+        return OstrelTest::runUntil(loop, done, limit);
     }
     void runFor(std::chrono::milliseconds span) {
         const auto deadline = std::chrono::steady_clock::now() + span;

@@ -5,6 +5,7 @@
 
 #include "TerminalEngine/Pty/ChildExitMonitor.h"
 #include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <atomic>
@@ -33,17 +34,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto hangGuard = 60s;
-
-// Waits on the calling thread, without running any loop.
-bool waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + hangGuard;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+using OstrelTest::waitFor;
 
 bool isGone(pid_t pid) {
     return ::kill(pid, 0) != 0 && errno == ESRCH;
@@ -102,15 +93,7 @@ protected:
     void SetUp() override { DispatchQueue::setMain(context); }
     void TearDown() override { DispatchQueue::clearMain(); }
 
-    // Runs the main loop until `condition` holds.
-    bool runUntil(const std::function<bool()>& condition) {
-        const auto deadline = std::chrono::steady_clock::now() + hangGuard;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            context.run_one_for(10ms);
-        }
-        return true;
-    }
+    bool runUntil(const std::function<bool()>& condition) { return OstrelTest::runUntil(context, condition); }
 
     // Everything the child wrote has reached the delegate, and the exit was
     // reported.
