@@ -3,6 +3,8 @@
 #include "Ostrel/LoginEnv.h"
 
 #include "TerminalEngine/Pty/DispatchQueue.h"
+#include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -29,23 +31,11 @@ constexpr const char* profile = "echo 'Welcome back! PATH=/banner/bin'\n"
                                 "export MULTI='line one\nline two'\n"
                                 "export PATH=\"/opt/login/bin:$PATH\"\n";
 
-class TemporaryHome {
-public:
-    TemporaryHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-home-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
-    }
-    ~TemporaryHome() { std::filesystem::remove_all(path_); }
+using TemporaryHome = OstrelTest::TemporaryFolder;
 
-    void write(const std::string& name, const std::string& content) const {
-        std::ofstream(path_ / name) << content;
-    }
-    std::filesystem::path path() const { return path_; }
-    LoginEnv::Environment environment() const { return {"HOME=" + path_.string(), "PATH=/usr/bin:/bin"}; }
-
-private:
-    std::filesystem::path path_;
-};
+LoginEnv::Environment environmentOf(const TemporaryHome& home) {
+    return {"HOME=" + home.path(), "PATH=/usr/bin:/bin"};
+}
 
 bool contains(const LoginEnv::Environment& environment, const std::string& entry) {
     return std::find(environment.begin(), environment.end(), entry) != environment.end();
@@ -106,11 +96,11 @@ TEST(LoginEnv, LoginShellsGiveTheirEnvironmentWithoutTheBanner) {
     for (const Case& c : {Case{"/bin/bash", ".bash_profile"}, Case{"/bin/sh", ".profile"}}) {
         TemporaryHome home;
         home.write(c.profileName, profile);
-        const auto capture = LoginEnv::captureWith(c.shell, home.environment(), captureLimit);
+        const auto capture = LoginEnv::captureWith(c.shell, environmentOf(home), captureLimit);
         ASSERT_EQ(capture.outcome, Outcome::captured) << c.shell;
         const auto& environment = *capture.environment;
         EXPECT_TRUE(contains(environment, "MULTI=line one\nline two")) << c.shell;
-        EXPECT_TRUE(contains(environment, "HOME=" + home.path().string())) << c.shell;
+        EXPECT_TRUE(contains(environment, "HOME=" + home.path())) << c.shell;
         for (const auto& entry : environment) {
             EXPECT_EQ(entry.find("Welcome"), std::string::npos) << c.shell << ": " << entry;
             EXPECT_EQ(entry.find("stderr"), std::string::npos) << c.shell << ": " << entry;
@@ -141,7 +131,7 @@ TEST(LoginEnv, ShellsThatFailGiveNone) {
     for (const auto& c : cases) {
         TemporaryHome home;
         home.write(".bash_profile", c.profile);
-        const auto capture = LoginEnv::captureWith(c.shell, home.environment(), captureLimit);
+        const auto capture = LoginEnv::captureWith(c.shell, environmentOf(home), captureLimit);
         EXPECT_EQ(capture.outcome, c.outcome) << c.name;
         EXPECT_FALSE(capture.environment) << c.name;
     }
@@ -150,12 +140,12 @@ TEST(LoginEnv, ShellsThatFailGiveNone) {
 TEST(LoginEnv, HangingShellIsKilledWithItsProcessGroupAtTheLimit) {
     TemporaryHome home;
     home.write(".bash_profile", "sleep 1000 & echo $! > \"$HOME/sleeper\"\nwait\n");
-    const auto capture = LoginEnv::captureWith("/bin/bash", home.environment(), 1s);
+    const auto capture = LoginEnv::captureWith("/bin/bash", environmentOf(home), 1s);
     EXPECT_EQ(capture.outcome, Outcome::timedOut);
     EXPECT_FALSE(capture.environment);
 
     std::string sleeper;
-    std::ifstream(home.path() / "sleeper") >> sleeper;
+    std::ifstream(home / "sleeper") >> sleeper;
     ASSERT_FALSE(sleeper.empty());
     // The killed sleeper is reaped by whoever adopted it; wait for that, bounded, rather than race.
     auto alive = [&] {
@@ -163,9 +153,7 @@ TEST(LoginEnv, HangingShellIsKilledWithItsProcessGroupAtTheLimit) {
         std::string pid, command, state;
         return stat >> pid >> command >> state && state != "Z";
     };
-    for (int i = 0; i < 500 && alive(); ++i)
-        std::this_thread::sleep_for(10ms);
-    EXPECT_FALSE(alive());
+    EXPECT_TRUE(OstrelTest::waitFor([&] { return !alive(); }, 5s));
 }
 
 TEST(LoginEnv, PrewarmStoresTheResultOnTheMainQueueAndKeepsItWhenALaterCaptureFails) {
@@ -178,7 +166,7 @@ TEST(LoginEnv, PrewarmStoresTheResultOnTheMainQueueAndKeepsItWhenALaterCaptureFa
     auto prewarmAndWait = [&](const std::string& shell) {
         auto work = asio::make_work_guard(mainContext);
         bool done = false;
-        LoginEnv::prewarm(shell, home.environment(), captureLimit, [&] {
+        LoginEnv::prewarm(shell, environmentOf(home), captureLimit, [&] {
             done = true;
             work.reset();
         });

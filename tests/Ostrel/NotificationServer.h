@@ -2,13 +2,14 @@
 // it records what it is sent and emits the signals a user's clicks would.
 #pragma once
 
+#include "support/TemporaryFolder.h"
+
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -32,21 +33,18 @@ namespace OstrelTest {
 class PrivateBus {
 public:
     PrivateBus() {
-        char pattern[] = "/tmp/ostrel-bus-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-        std::ofstream(folder_ + "/bus.conf")
-            << "<busconfig><type>session</type><listen>unix:path=" << folder_
-            << "/socket</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-               "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-               "<allow own=\"*\"/>"
-               "</policy></busconfig>";
+        folder_.write("bus.conf",
+                      "<busconfig><type>session</type><listen>unix:path=" + folder_ / "socket" +
+                          "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                          "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                          "<allow own=\"*\"/>"
+                          "</policy></busconfig>");
         if (const char* before = std::getenv("DBUS_SESSION_BUS_ADDRESS")) before_ = before;
         start();
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1);
     }
     ~PrivateBus() {
         stop();
-        std::filesystem::remove_all(folder_);
         if (before_)
             ::setenv("DBUS_SESSION_BUS_ADDRESS", before_->c_str(), 1);
         else
@@ -55,9 +53,9 @@ public:
 
     // Returns once the bus listens.
     void start() {
-        std::filesystem::remove(folder_ + "/socket");
+        std::filesystem::remove(folder_ / "socket");
         const std::string program = "/usr/bin/dbus-daemon";
-        const std::string configArgument = "--config-file=" + folder_ + "/bus.conf";
+        const std::string configArgument = "--config-file=" + folder_ / "bus.conf";
         int out[2];
         if (::pipe2(out, O_CLOEXEC) != 0) return;
         pid_ = ::fork();
@@ -81,7 +79,7 @@ public:
             printed += c;
         ::close(out[0]);
         // Without the printed guid, which a restarted bus doesn't keep, so that clients can come back.
-        if (!printed.empty()) address_ = "unix:path=" + folder_ + "/socket";
+        if (!printed.empty()) address_ = "unix:path=" + folder_ / "socket";
     }
     void stop() {
         if (pid_ <= 0) return;
@@ -91,10 +89,10 @@ public:
     }
 
     const std::string& address() const { return address_; }
-    const std::string& folder() const { return folder_; }
+    std::string folder() const { return folder_.path(); }
 
 private:
-    std::string folder_;
+    TemporaryFolder folder_;
     std::string address_;
     std::optional<std::string> before_; // the address the tests were started with
     pid_t pid_ = -1;
@@ -124,7 +122,6 @@ public:
         ::close(wake_);
     }
 
-    bool running() const { return thread_.joinable(); }
     std::vector<Received> received() const {
         std::lock_guard lock(mutex_);
         return received_;

@@ -5,6 +5,7 @@
 #include "NotificationServer.h"
 #include "Ostrel/Localization.h"
 #include "Ostrel/Settings.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <chrono>
@@ -51,14 +52,7 @@ protected:
         ASSERT_TRUE(runUntil([&] { return !notifier->checking(); }));
     }
     // Runs the loop until `done`; the deadline only guards against a hang.
-    bool runUntil(const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + 20s;
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            context.run_one_for(20ms);
-        }
-        return true;
-    }
+    bool runUntil(const std::function<bool()>& done) { return OstrelTest::runUntil(context, done, 20s); }
     std::vector<OstrelTest::Received> awaitReceived(NotificationServer& on, std::size_t count) {
         EXPECT_TRUE(runUntil([&] { return on.received().size() >= count; }));
         return on.received();

@@ -202,9 +202,26 @@ TEST_F(SessionSteeringTest, PromptIsTypedAroundTheDraftOrRefusedWhenTheBoxCantTa
     }
 }
 
-TEST_F(SessionSteeringTest, PermissionModeStepsThroughTheCycleWithShiftTab) {
+TEST_F(SessionSteeringTest, ModelSwitchOutlivesTheOldTranscriptAndPermissionModeCyclesWithShiftTab) {
+    home.write(".claude/settings.json", R"({"model":"claude-sonnet-4"})");
     Agent& agent = start(SessionKind::claude);
     SessionController& session = *agent.session;
+    ASSERT_TRUE(session.switchModel("claude-opus-4-1"));
+    ASSERT_TRUE(session.switchEffort("max"));
+    const std::string typed = "/model claude-opus-4-1\r/effort max\r";
+    ASSERT_TRUE(receive(agent, typed.size()));
+    EXPECT_EQ(received(agent).bytes, typed);
+    EXPECT_EQ(session.effortLevel(), "max");
+    EXPECT_EQ(session.modelSwitchedFrom(), "claude-sonnet-4");
+    // For two minutes the transcript may still name the old model; then it is believed again.
+    const TranscriptReading old{.model = "claude-sonnet-4"};
+    clock.advance(119);
+    session.applyReading(old);
+    EXPECT_EQ(session.modelName(), "claude-opus-4-1");
+    clock.advance(2);
+    session.applyReading(old);
+    EXPECT_EQ(session.modelName(), "claude-sonnet-4");
+
     ASSERT_EQ(session.permissionMode(), "default");
     struct Step {
         const char* target;
@@ -279,27 +296,6 @@ TEST_F(SessionSteeringTest, CodexModelMenuIsTypedKeyByKeyWithItsPauses) {
     // The menu took the digits, and the draft is back in the box.
     EXPECT_TRUE(screenHas(session, "menu choice 2"));
     EXPECT_TRUE(main.runUntil([&] { return session.composerDraft() == "ab"; }, 5s));
-}
-
-TEST_F(SessionSteeringTest, ModelSwitchSurvivesTheTranscriptStillNamingTheOldModel) {
-    home.write(".claude/settings.json", R"({"model":"claude-sonnet-4"})");
-    Agent& agent = start(SessionKind::claude);
-    SessionController& session = *agent.session;
-    ASSERT_TRUE(session.switchModel("claude-opus-4-1"));
-    ASSERT_TRUE(session.switchEffort("max"));
-    const std::string typed = "/model claude-opus-4-1\r/effort max\r";
-    ASSERT_TRUE(receive(agent, typed.size()));
-    EXPECT_EQ(received(agent).bytes, typed);
-    EXPECT_EQ(session.effortLevel(), "max");
-    EXPECT_EQ(session.modelSwitchedFrom(), "claude-sonnet-4");
-
-    const TranscriptReading old{.model = "claude-sonnet-4"};
-    clock.advance(119);
-    session.applyReading(old);
-    EXPECT_EQ(session.modelName(), "claude-opus-4-1");
-    clock.advance(2); // the transcript is believed again
-    session.applyReading(old);
-    EXPECT_EQ(session.modelName(), "claude-sonnet-4");
 }
 
 TEST_F(SessionSteeringTest, ResumeDateTakesTheProvidersQuotaWindowWhenItIsLater) {

@@ -4,6 +4,7 @@
 #include "Ostrel/SessionTelemetry.h"
 
 #include "OstrelCore/GeminiTranscript.h"
+#include "support/TemporaryFolder.h"
 
 #include <barrier>
 #include <fcntl.h>
@@ -89,11 +90,8 @@ class SessionTelemetryTest : public ::testing::Test {
 protected:
     void SetUp() override {
         SessionTelemetry::resetClaimsForTesting();
-        char pattern[] = "/tmp/ostrel-telemetry-XXXXXX";
-        home = ::mkdtemp(pattern);
         files->clock = base;
     }
-    void TearDown() override { std::filesystem::remove_all(home); }
 
     SessionTelemetry session(SessionKind kind, Timestamp startedAt, std::optional<std::string> resumeID = {},
                              std::string path = project) {
@@ -115,6 +113,10 @@ protected:
     std::string append(const std::string& relative, const std::string& line, Timestamp at) {
         return write(relative, {line}, at, std::ios::app);
     }
+    // The context a poll read; none when it read nothing.
+    static std::optional<std::int64_t> used(const std::optional<OstrelCore::TranscriptReading>& reading) {
+        return reading ? reading->contextUsed : std::nullopt;
+    }
     static void place(const std::string& path, Timestamp at) {
         auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(at.time_since_epoch()).count();
         timespec times[2] = {{ns / 1000000000, ns % 1000000000}, {ns / 1000000000, ns % 1000000000}};
@@ -123,22 +125,11 @@ protected:
 
     std::shared_ptr<ObservedFileSystem> files =
         std::make_shared<ObservedFileSystem>(SystemFileSystem::CreationDate::modificationTime);
-    std::string home;
+    OstrelTest::TemporaryFolder folder;
+    std::string home = folder.path();
     const date::time_zone* zone = date::locate_zone("Europe/Berlin");
     const std::string claudeFolder = ".claude/projects/-work-app/";
 };
-
-TEST_F(SessionTelemetryTest, TwoSessionsStartedInOneFolderWithinASecondBindDifferentFiles) {
-    write(claudeFolder + "a.jsonl", {claudeAssistant(100)}, base + 2s);
-    write(claudeFolder + "b.jsonl", {claudeAssistant(200)}, base + 3s);
-    auto first = session(SessionKind::claude, base);
-    auto second = session(SessionKind::claude, base + 600ms);
-    auto secondReading = second.poll();
-    auto firstReading = first.poll();
-    ASSERT_TRUE(firstReading && secondReading);
-    EXPECT_NE(first.boundURL(), second.boundURL());
-    EXPECT_NE(firstReading->contextUsed, secondReading->contextUsed);
-}
 
 TEST_F(SessionTelemetryTest, AFileMayBeUpToFiveSecondsOlderThanItsSession) {
     struct Case {
@@ -162,10 +153,8 @@ TEST_F(SessionTelemetryTest, CodexSessionStartedAtOneMinuteToMidnightFindsItsFil
     std::string mine = write(".codex/sessions/2026/01/03/rollout-mine.jsonl",
                              {codexMeta(project), codexTokens(3)}, startedAt + 40s);
     auto telemetry = session(SessionKind::codex, startedAt);
-    auto reading = telemetry.poll();
+    EXPECT_EQ(used(telemetry.poll()), 3);
     EXPECT_EQ(telemetry.boundURL(), mine);
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 3);
 }
 
 TEST_F(SessionTelemetryTest, ClaudeClearSuccessorBindsOnceTheOldFileIsQuietAndAWriteToTheOldFileMovesBack) {
@@ -180,21 +169,15 @@ TEST_F(SessionTelemetryTest, ClaudeClearSuccessorBindsOnceTheOldFileIsQuietAndAW
         write(claudeFolder + "next.jsonl",
               {claudeUser("<command-name>/clear</command-name>"), claudeAssistant(300)}, base + 25s);
     append(claudeFolder + "old.jsonl", claudeAssistant(150), base + 26s);
-    auto reading = telemetry.poll(); // the old file changed: no search yet
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 150);
+    EXPECT_EQ(used(telemetry.poll()), 150); // the old file changed: no search yet
 
     files->clock = base + 40s;
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 300);
+    EXPECT_EQ(used(telemetry.poll()), 300);
     EXPECT_EQ(telemetry.boundURL(), next);
     EXPECT_TRUE(SessionTelemetry::isClaimed(old));
 
     append(claudeFolder + "old.jsonl", claudeAssistant(500), base + 45s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 500);
+    EXPECT_EQ(used(telemetry.poll()), 500);
     EXPECT_EQ(telemetry.boundURL(), old);
     EXPECT_FALSE(SessionTelemetry::isClaimed(next));
 
@@ -219,10 +202,13 @@ TEST_F(SessionTelemetryTest, ReleaseFreesEveryFileTheSessionLeftBehindButNoneAno
     for (const std::string& path : paths)
         EXPECT_TRUE(first.holds(path)) << path;
 
-    // A copy out on the pool when the session ends comes back after another took the file.
+    // Claimed files are no one else's; a copy out on the pool when the session ends comes back
+    // after another took the file.
+    auto second = session(SessionKind::claude, base);
+    EXPECT_EQ(second.poll(), std::nullopt);
     SessionTelemetry late = first;
     first.release();
-    auto second = session(SessionKind::claude, base);
+    EXPECT_FALSE(first.boundURL());
     files->clock = base + 120s;
     ASSERT_TRUE(second.poll());
     late.release();
@@ -289,43 +275,35 @@ TEST_F(SessionTelemetryTest, ClaudeSuccessorIsNoOlderThanTheOldFilesLastWriteLes
 TEST_F(SessionTelemetryTest, ResumedSessionBindsTheOlderFileNamedByItsID) {
     const std::string id = "0199a3c4-5e6f-7a8b-9c0d-1e2f3a4b5c6d";
     const Timestamp weekAgo = base - 24h * 7;
+    // A transcript of the agent's own kind with a session id and a context count.
+    const auto lines = [&](SessionKind kind, const std::string& session, int tokens) {
+        if (kind == SessionKind::claude) return std::vector<std::string>{claudeAssistant(tokens)};
+        if (kind == SessionKind::codex)
+            return std::vector<std::string>{codexMeta(project), codexTokens(tokens)};
+        return std::vector<std::string>{geminiHeader(session, "main"), geminiReply(tokens)};
+    };
+    const std::string codexDay = ".codex/sessions/2026/03/",
+                      geminiChats = ".gemini/tmp/app/chats/session-2026-03-";
     struct Case {
         SessionKind kind;
         std::string resumed, newer, decoy;
-        std::vector<std::string> resumedLines, newerLines, decoyLines;
     } cases[] = {
-        {SessionKind::claude,
-         claudeFolder + id + ".jsonl",
-         claudeFolder + "fresh.jsonl",
-         "",
-         {claudeAssistant(1)},
-         {claudeAssistant(2)},
-         {}},
-        {SessionKind::codex,
-         ".codex/sessions/2026/03/03/rollout-2026-03-03T10-00-00-" + id + ".jsonl",
-         ".codex/sessions/2026/03/10/rollout-fresh.jsonl",
-         "",
-         {codexMeta(project), codexTokens(1)},
-         {codexMeta(project), codexTokens(2)},
-         {}},
+        {SessionKind::claude, claudeFolder + id + ".jsonl", claudeFolder + "fresh.jsonl", ""},
+        {SessionKind::codex, codexDay + "03/rollout-2026-03-03T10-00-00-" + id + ".jsonl",
+         codexDay + "10/rollout-fresh.jsonl", ""},
         // Gemini's file names hold the id's first eight characters only.
-        {SessionKind::gemini,
-         ".gemini/tmp/app/chats/session-2026-03-03T10-00-0199a3c4.jsonl",
-         ".gemini/tmp/app/chats/session-2026-03-10T09-00-fresh.jsonl",
-         ".gemini/tmp/app/chats/session-2026-03-02T10-00-0199a3c4.jsonl",
-         {geminiHeader(id, "main"), geminiReply(1)},
-         {geminiHeader("fresh", "main"), geminiReply(2)},
-         {geminiHeader("0199a3c4-0000", "main"), geminiReply(3)}},
+        {SessionKind::gemini, geminiChats + "03T10-00-0199a3c4.jsonl", geminiChats + "10T09-00-fresh.jsonl",
+         geminiChats + "02T10-00-0199a3c4.jsonl"},
     };
     for (const Case& c : cases) {
         SessionTelemetry::resetClaimsForTesting();
-        std::string resumed = write(c.resumed, c.resumedLines, weekAgo);
-        write(c.newer, c.newerLines, base + 1s);
-        if (!c.decoy.empty()) write(c.decoy, c.decoyLines, weekAgo);
+        std::string resumed = write(c.resumed, lines(c.kind, id, 1), weekAgo);
+        write(c.newer, lines(c.kind, "fresh", 2), base + 1s);
+        if (!c.decoy.empty()) write(c.decoy, lines(c.kind, "0199a3c4-0000", 3), weekAgo);
         auto telemetry = session(c.kind, base, id);
         auto reading = telemetry.poll();
         EXPECT_EQ(telemetry.boundURL(), resumed) << rawValue(c.kind);
-        EXPECT_TRUE(reading && reading->contextUsed == 1) << rawValue(c.kind);
+        EXPECT_EQ(used(reading), 1) << rawValue(c.kind);
         EXPECT_EQ(telemetry.boundSessionID(), id) << rawValue(c.kind);
     }
     // A name that shares the first eight characters isn't enough: the head must hold the whole id.
@@ -352,18 +330,6 @@ TEST_F(SessionTelemetryTest, AQuietPollCostsTwoAttributeReadsAndInsideTheSuccess
         EXPECT_EQ(files->listings, step.listings) << step.at.count();
         EXPECT_EQ(files->reads, step.reads) << step.at.count();
     }
-}
-
-TEST_F(SessionTelemetryTest, ReleaseLetsAnotherSessionTakeTheFile) {
-    std::string path = write(claudeFolder + "s.jsonl", {claudeAssistant(100)}, base + 1s);
-    auto first = session(SessionKind::claude, base);
-    auto second = session(SessionKind::claude, base);
-    ASSERT_TRUE(first.poll());
-    EXPECT_EQ(second.poll(), std::nullopt);
-    first.release();
-    EXPECT_FALSE(first.boundURL());
-    EXPECT_TRUE(second.poll());
-    EXPECT_EQ(second.boundURL(), path);
 }
 
 TEST_F(SessionTelemetryTest, TailWindowStartingInsideACharacterGivesNothingUntilTheNextWrite) {
@@ -406,9 +372,7 @@ TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedL
 
     std::ofstream(path, std::ios::app) << R"(ens":250}}})" << '\n';
     place(path, base + 3s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 250);
+    EXPECT_EQ(used(telemetry.poll()), 250);
 
     // A byte that isn't UTF-8 inside the window spoils the whole read, until it scrolls out.
     std::ofstream(path, std::ios::app) << "\xff\xfe\x00garbage\n";
@@ -421,9 +385,7 @@ TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedL
     out << claudeAssistant(300) << '\n';
     out.close();
     place(path, base + 5s);
-    reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 300);
+    EXPECT_EQ(used(telemetry.poll()), 300);
 }
 
 TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOwnFileIs) {
@@ -452,7 +414,7 @@ TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOw
         auto reading = telemetry.poll();
         files->afterListing = nullptr;
         EXPECT_EQ(telemetry.boundURL(), own) << c.name;
-        EXPECT_TRUE(reading && reading->contextUsed == 2) << c.name;
+        EXPECT_EQ(used(reading), 2) << c.name;
     }
 }
 
@@ -466,42 +428,30 @@ TEST_F(SessionTelemetryTest, ABoundFileThatVanishesGivesNothingUntilItIsWrittenA
     // Rewritten whole through a temporary file and a rename, as some agents do.
     std::string temporary = write(claudeFolder + "s.jsonl.tmp", {claudeAssistant(200)}, base + 3s);
     std::filesystem::rename(temporary, path);
-    auto reading = telemetry.poll();
-    ASSERT_TRUE(reading);
-    EXPECT_EQ(reading->contextUsed, 200);
+    EXPECT_EQ(used(telemetry.poll()), 200);
 }
 
 TEST_F(SessionTelemetryTest, CandidateFoldersFollowEachAgentsLayout) {
     const date::time_zone* utc = date::locate_zone("Etc/UTC");
-    const Timestamp halfPastMidnightInBerlin = date::sys_days{date::year{2026} / 1 / 2} + 23h + 30min;
+    const Timestamp lateEvening = date::sys_days{date::year{2026} / 1 / 2} + 23h + 30min; // 00:30 in Berlin
     // The last Sunday of October 2026 has 25 hours in Berlin: a day later is still that day.
     const Timestamp longDay = zone->to_sys(date::local_days{date::year{2026} / 10 / 25} + 30min);
+    const std::string sessions = ".codex/sessions/2026/", claude = ".claude/projects/-home-jos";
+    using K = SessionKind;
     struct Case {
-        SessionKind kind;
+        K kind;
         std::string path;
         Timestamp startedAt;
         const date::time_zone* zone;
         std::vector<std::string> expected;
     } cases[] = {
-        {SessionKind::claude, "/Users/a/my.app/", base, zone, {".claude/projects/-Users-a-my-app"}},
+        {K::claude, "/Users/a/my.app/", base, zone, {".claude/projects/-Users-a-my-app"}},
         // Claude Code itself keeps ASCII only; the folder may have either name.
-        {SessionKind::claude,
-         "/home/josé/日本",
-         base,
-         zone,
-         {".claude/projects/-home-josé-日本", ".claude/projects/-home-jos----"}},
-        {SessionKind::codex,
-         project,
-         halfPastMidnightInBerlin,
-         zone,
-         {".codex/sessions/2026/01/03", ".codex/sessions/2026/01/04"}},
-        {SessionKind::codex,
-         project,
-         halfPastMidnightInBerlin,
-         utc,
-         {".codex/sessions/2026/01/02", ".codex/sessions/2026/01/03"}},
-        {SessionKind::codex, project, longDay, zone, {".codex/sessions/2026/10/25"}},
-        {SessionKind::shell, project, base, zone, {}},
+        {K::claude, "/home/josé/日本", base, zone, {claude + "é-日本", claude + "----"}},
+        {K::codex, project, lateEvening, zone, {sessions + "01/03", sessions + "01/04"}},
+        {K::codex, project, lateEvening, utc, {sessions + "01/02", sessions + "01/03"}},
+        {K::codex, project, longDay, zone, {sessions + "10/25"}},
+        {K::shell, project, base, zone, {}},
     };
     for (const Case& c : cases) {
         SessionTelemetry telemetry(c.kind, c.path, c.startedAt, std::nullopt, {files, home + "/", c.zone});
@@ -539,15 +489,9 @@ TEST_F(SessionTelemetryTest,
     EXPECT_EQ(reading->sessionTitle, "Fix the login bug");
 }
 
-TEST(SystemFileSystem, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
-    char pattern[] = "/tmp/ostrel-birth-XXXXXX";
-    std::string folder = ::mkdtemp(pattern);
-    std::string path = folder + "/s.jsonl";
-    std::ofstream(path) << "{}\n";
+TEST_F(SessionTelemetryTest, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
     const Timestamp longAgo = date::sys_days{date::year{2001} / 1 / 1};
-    auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(longAgo.time_since_epoch()).count();
-    timespec times[2] = {{ns / 1000000000, 0}, {ns / 1000000000, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const std::string path = write("birth/s.jsonl", {"{}"}, longAgo), folder = home + "/birth";
     auto keepAll = [](std::string_view) { return true; };
 
     auto fallback = SystemFileSystem(SystemFileSystem::CreationDate::modificationTime).files(folder, keepAll);
@@ -562,7 +506,6 @@ TEST(SystemFileSystem, CreationDateIsTheBirthTimeWhereTheFileSystemRecordsOne) {
         EXPECT_GT(*listed[0].created, std::chrono::system_clock::now() - 1h);
     else
         EXPECT_EQ(listed[0].created, longAgo); // no birth time here: the modification time stands in
-    std::filesystem::remove_all(folder);
 }
 
 } // namespace

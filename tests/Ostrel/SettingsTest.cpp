@@ -3,6 +3,7 @@
 
 #include "Ostrel/Localization.h"
 #include "Ostrel/Paths.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,19 +14,11 @@
 namespace Ostrel {
 namespace {
 
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        char pattern[] = "/tmp/ostrel-settings-XXXXXX";
-        path = ::mkdtemp(pattern);
-    }
-    ~TemporaryFolder() { std::filesystem::remove_all(path); }
-    std::string path;
-};
+using OstrelTest::TemporaryFolder;
 
 TEST(Settings, AbsentOrMistypedKeysTakeTheDefaultAndChangesSurviveAReload) {
     TemporaryFolder folder;
-    std::string file = folder.path + "/nested/settings.json";
+    std::string file = folder / "nested/settings.json";
     Settings settings(file);
     EXPECT_TRUE(settings.boolean("restore.enabled", true));
     EXPECT_FALSE(settings.boolean("sidebarHidden", false));
@@ -42,7 +35,7 @@ TEST(Settings, AbsentOrMistypedKeysTakeTheDefaultAndChangesSurviveAReload) {
 
 TEST(Settings, DamagedFileCountsAsEmptyAndIsReplacedAtTheNextChange) {
     TemporaryFolder folder;
-    std::string file = folder.path + "/settings.json";
+    std::string file = folder / "settings.json";
     ASSERT_TRUE(Paths::writeFileAtomically(file, "{\"notif.enabled\": fal"));
     Settings settings(file);
     EXPECT_TRUE(settings.boolean("notif.enabled", true));
@@ -54,25 +47,25 @@ TEST(Settings, DamagedFileCountsAsEmptyAndIsReplacedAtTheNextChange) {
 
 TEST(Paths, AtomicWriteReplacesWholeAndLeavesNoTemporary) {
     TemporaryFolder folder;
-    std::string file = folder.path + "/state.json";
+    std::string file = folder / "state.json";
     ASSERT_TRUE(Paths::writeFileAtomically(file, "first"));
     ASSERT_TRUE(Paths::writeFileAtomically(file, "second"));
     EXPECT_EQ(Paths::readFile(file), "second");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path), {}), 1);
-    EXPECT_FALSE(Paths::writeFileAtomically(folder.path + "/missing/state.json", "x"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+    EXPECT_FALSE(Paths::writeFileAtomically(folder / "missing/state.json", "x"));
 }
 
 TEST(Paths, ReadersTakeRegularFilesOnlyAndNeverBlock) {
     TemporaryFolder folder;
-    std::string fifo = folder.path + "/planted";
+    std::string fifo = folder / "planted";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     // A FIFO with no writer would block an ordinary open forever.
     EXPECT_FALSE(Paths::readFile(fifo));
     EXPECT_FALSE(Paths::readHead(fifo, 4096));
     EXPECT_FALSE(Paths::readTail(fifo, 4096));
-    EXPECT_FALSE(Paths::readHead(folder.path, 16));
+    EXPECT_FALSE(Paths::readHead(folder.path(), 16));
 
-    std::string file = folder.path + "/small";
+    std::string file = folder / "small";
     ASSERT_TRUE(Paths::writeFileAtomically(file, "0123456789"));
     EXPECT_EQ(Paths::readHead(file, 4u << 20), "0123456789");
     EXPECT_EQ(Paths::readHead(file, 4), "0123");

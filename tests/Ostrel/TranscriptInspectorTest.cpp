@@ -1,7 +1,7 @@
 // ostrel inspect over transcripts the test writes, through the library and the real executable.
 #include "Ostrel/TranscriptInspector.h"
 
-#include "Ostrel/Paths.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,21 +16,7 @@ namespace {
 
 using namespace OstrelCore;
 
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        char pattern[] = "/tmp/ostrel-inspect-XXXXXX";
-        path = ::mkdtemp(pattern);
-    }
-    ~TemporaryFolder() { std::filesystem::remove_all(path); }
-    std::string write(const std::string& name, const std::string& contents) {
-        std::string file = path + "/" + name;
-        std::filesystem::create_directories(std::filesystem::path(file).parent_path());
-        EXPECT_TRUE(Paths::writeFileAtomically(file, contents));
-        return file;
-    }
-    std::string path;
-};
+using OstrelTest::TemporaryFolder;
 
 const char* claudeTranscript =
     R"({"type":"user","message":{"role":"user","content":"Fix the failing parser test"},"uuid":"u1","timestamp":"2026-01-02T10:00:00Z"})"
@@ -88,8 +74,7 @@ TEST(TranscriptInspector, GuessesTheAgentFromContentsAndRefusesWhatItCannotTell)
             EXPECT_NE(outcome.error.find("--kind"), std::string::npos);
         }
     }
-    auto missing =
-        TranscriptInspector::inspect(folder.path + "/none.jsonl", SessionKind::claude, 5, now, nullptr);
+    auto missing = TranscriptInspector::inspect(folder / "none.jsonl", SessionKind::claude, 5, now, nullptr);
     EXPECT_FALSE(missing.inspection);
 }
 
@@ -133,7 +118,7 @@ TEST(TranscriptInspector, TheExecutablePrintsTextAndJson) {
     EXPECT_EQ(jsonStatus, 0);
     EXPECT_FALSE(nlohmann::json::parse(json, nullptr, false).is_discarded()) << json;
     auto [failStatus, ignored] =
-        run(std::string(OSTREL_PATH) + " inspect " + folder.path + "/missing.jsonl 2>/dev/null");
+        run(std::string(OSTREL_PATH) + " inspect " + folder / "missing.jsonl" + " 2>/dev/null");
     EXPECT_EQ(failStatus, 1);
 }
 

@@ -5,6 +5,8 @@
 #include "Ostrel/LoginEnv.h"
 #include "Ostrel/SessionController.h"
 #include "TerminalEngine/Pty/DispatchQueue.h"
+#include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -26,18 +28,16 @@ namespace Ostrel::Testing {
 using namespace std::chrono_literals;
 
 // HOME, XDG_DATA_HOME and XDG_CONFIG_HOME point into a fresh folder for the life of the object.
-class TemporaryHome {
+class TemporaryHome : public OstrelTest::TemporaryFolder {
 public:
     TemporaryHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-home-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
         for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
             const char* old = std::getenv(name);
             saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
         }
-        ::setenv("HOME", path_.c_str(), 1);
-        ::setenv("XDG_DATA_HOME", (path_ / "data").c_str(), 1);
-        ::setenv("XDG_CONFIG_HOME", (path_ / "config").c_str(), 1);
+        ::setenv("HOME", path().c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (*this / "data").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (*this / "config").c_str(), 1);
     }
     ~TemporaryHome() {
         for (const auto& [name, value] : saved_) {
@@ -46,31 +46,9 @@ public:
             else
                 ::unsetenv(name.c_str());
         }
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryHome(const TemporaryHome&) = delete;
-    TemporaryHome& operator=(const TemporaryHome&) = delete;
-
-    std::string path() const { return path_.string(); }
-    std::string operator/(const std::string& relative) const { return (path_ / relative).string(); }
-
-    void write(const std::string& relative, const std::string& content, bool executable = false) const {
-        const auto file = path_ / relative;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << content;
-        if (executable) std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-    }
-    std::optional<std::string> read(const std::string& relative) const {
-        std::ifstream in(path_ / relative, std::ios::binary);
-        if (!in) return std::nullopt;
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
     }
 
 private:
-    std::filesystem::path path_;
     std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
@@ -93,13 +71,7 @@ public:
 
     // Runs the loop until `done`; the limit only guards against a hang.
     bool runUntil(const std::function<bool()>& done, std::chrono::seconds limit = 60s) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            loop.restart();
-            loop.run_one_for(10ms);
-        }
-        return true;
+        return OstrelTest::runUntil(loop, done, limit);
     }
     void runFor(std::chrono::milliseconds span) {
         const auto deadline = std::chrono::steady_clock::now() + span;

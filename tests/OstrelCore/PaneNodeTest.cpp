@@ -29,6 +29,7 @@ TEST(PaneNode, OperationsGiveTheExpectedShapesAndUnknownIdsChangeNothing) {
         std::function<PaneNode(const PaneNode&)> operation;
         std::string expected; // empty: unchanged
     };
+    const std::vector<double> scaled{30, 70}, odd{1, 1, 1}, negative{-0.5, 1.5};
     const Case cases[] = {
         {"split second of two sideways", two, [](auto& t) { return t.splitting(id(2), h, id(9)); },
          "H{L1@S1 0.5, L2@S2 0.25, L9 0.25}"},
@@ -58,20 +59,11 @@ TEST(PaneNode, OperationsGiveTheExpectedShapesAndUnknownIdsChangeNothing) {
         {"remove session", nested, [](auto& t) { return t.removingSession(sid(2)); },
          "H{L1@S1 0.6, V{L2 0.5, L3 0.5} 0.4}"},
         {"fractions are scaled to a sum of 1", nested,
-         [](auto& t) {
-             return t.settingFractions(id(101), {30, 70});
-         },
+         [&](auto& t) { return t.settingFractions(id(101), scaled); },
          "H{L1@S1 0.6, V{L2@S2 0.3, L3 0.7} 0.4}"},
-        {"fractions of the wrong count", nested,
-         [](auto& t) {
-             return t.settingFractions(id(101), {1, 1, 1});
-         },
+        {"fractions of the wrong count", nested, [&](auto& t) { return t.settingFractions(id(101), odd); },
          ""},
-        {"negative fractions", nested,
-         [](auto& t) {
-             return t.settingFractions(id(101), {-0.5, 1.5});
-         },
-         ""},
+        {"negative fractions", nested, [&](auto& t) { return t.settingFractions(id(101), negative); }, ""},
     };
     for (const auto& c : cases)
         EXPECT_EQ(describe(c.operation(c.tree)), c.expected.empty() ? describe(c.tree) : c.expected)

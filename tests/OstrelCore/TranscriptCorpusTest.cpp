@@ -217,16 +217,7 @@ TEST_F(TranscriptCorpus, ReadingsThatTheSamplesPlainlyShow) {
     for (const Case& c : cases)
         EXPECT_EQ(c.parse(load(c.file).lines), c.expected) << c.file;
 
-    // Records with zero usage leave an older count; a torn last line is passed over; the parent of
-    // a subagent waits on the task.
-    auto zeroUsage = ClaudeTranscript::parse(load("claude/agentsessions-kitchen-sink-small.jsonl").lines);
-    ASSERT_TRUE(zeroUsage);
-    EXPECT_EQ(zeroUsage->contextUsed, 10);
-    EXPECT_EQ(zeroUsage->model, "claude-opus-5");
-    auto torn = ClaudeTranscript::parse(load("claude/agentsview-truncated.jsonl").lines);
-    ASSERT_TRUE(torn);
-    EXPECT_EQ(torn->phase, AgentPhase::turnEnded);
-    EXPECT_EQ(torn->sessionTitle, "hello");
+    // The parent of a subagent waits on the task.
     auto parent = ClaudeTranscript::parse(
         load("claude/agentsessions-subagent-tree/0a1b2c3d-4e5f-4061-8071-2a3b4c5d6e7f.jsonl").lines);
     ASSERT_TRUE(parent);
@@ -239,10 +230,8 @@ TEST_F(TranscriptCorpus, ReadingsThatTheSamplesPlainlyShow) {
     EXPECT_EQ(legacy->sessionTitle, "Step 1");
     EXPECT_EQ(legacy->contextUsed, 100);
 
-    auto codex = load("codex/agentsessions-large.jsonl");
-    EXPECT_TRUE(CodexTranscript::belongsToProject(codex.lines, "/tmp/large"));
-    EXPECT_FALSE(CodexTranscript::belongsToProject(codex.lines, "/tmp"));
-    EXPECT_FALSE(GeminiTranscript::isSubagentTranscript(load("gemini/agentsessions-jsonl_v040.jsonl").lines));
+    EXPECT_TRUE(
+        CodexTranscript::belongsToProject(load("codex/agentsessions-large.jsonl").lines, "/tmp/large"));
 }
 
 TEST_F(TranscriptCorpus, FeedEntriesThatTheSamplesPlainlyShow) {
@@ -294,9 +283,6 @@ TEST_F(TranscriptCorpus, FeedEntriesThatTheSamplesPlainlyShow) {
             EXPECT_EQ(entry.text, *c.text);
         }
     }
-    EXPECT_TRUE(CodexTranscript::belongsToProject(
-        load("codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl").lines,
-        "/workspace/synthetic-project"));
     EXPECT_EQ(TranscriptFeed::legacyGeminiEntries(readFile(folder / "gemini/agentsessions-large.json"), 50)
                   .back()
                   .text,

@@ -1,6 +1,8 @@
 // A terminal wired to a real child: output reaches the screen, replies reach the child.
 #include "TerminalEngine/Pty/HeadlessTerminal.h"
 
+#include "support/Waiting.h"
+
 #include <chrono>
 #include <functional>
 
@@ -16,12 +18,7 @@ public:
     MainLoop() { DispatchQueue::setMain(loop); }
     ~MainLoop() { DispatchQueue::clearMain(); }
     bool runUntil(const std::function<bool()>& done, std::chrono::seconds limit = 60s) {
-        auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            loop.run_one_for(20ms);
-        }
-        return true;
+        return OstrelTest::runUntil(loop, done, limit);
     }
     asio::io_context loop;
     // A loop that ran out of work stops and would ignore what is posted later (the last chunks of

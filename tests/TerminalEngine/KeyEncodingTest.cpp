@@ -316,24 +316,30 @@ TEST(KeyEncoding, AStreamOfPushesKeepsABoundedStack) {
     EXPECT_EQ(h.takeSent(), "\x1b[?3u");
 }
 
-TEST(KeyEncoding, FlagsFollowTheActiveBuffer) {
-    TerminalHarness h;
-    h.feed("\x1b[?1049h\x1b[>1u");
-    EXPECT_EQ(h.terminal->encodeKey(key('a', ctrl)), "\x1b[97;5u");
-    h.feed("\x1b[?1049l");
-    EXPECT_EQ(h.terminal->encodeKey(key('a', ctrl)), "\x01");
-}
-
-TEST(KeyEncoding, AltWithoutEscapePrefixSendsTheComposedText) {
-    TerminalHarness h;
-    EXPECT_EQ(h.terminal->encodeKey(key('a', alt, T::press, "\xc3\xa5"), {.altSendsEscape = false}),
-              "\xc3\xa5");
-}
-
-TEST(KeyEncoding, EnterSendsCarriageReturnLineFeedInNewLineMode) {
-    TerminalHarness h;
-    h.feed("\x1b[20h");
-    EXPECT_EQ(h.terminal->encodeKey(fn(FK::enter)), "\r\n");
+// Modes set by the program or the person that change what a key sends.
+TEST(KeyEncoding, ModesOfTheScreenAndOptionsChangeTheBytes) {
+    struct Case {
+        const char* name;
+        const char* feed;
+        LegacyKeyOptions options;
+        KittyKeyEvent event;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"flags of the alternate screen", "\x1b[?1049h\x1b[>1u", {}, key('a', ctrl), "\x1b[97;5u"},
+        {"main screen keeps its own", "\x1b[?1049h\x1b[>1u\x1b[?1049l", {}, key('a', ctrl), "\x01"},
+        {"alt without escape prefix",
+         "",
+         {.altSendsEscape = false},
+         key('a', alt, T::press, "\xc3\xa5"),
+         "\xc3\xa5"},
+        {"enter in new line mode", "\x1b[20h", {}, fn(FK::enter), "\r\n"},
+    };
+    for (const Case& c : cases) {
+        TerminalHarness h;
+        h.feed(c.feed);
+        EXPECT_EQ(h.terminal->encodeKey(c.event, c.options), c.expected) << c.name;
+    }
 }
 
 TEST(KeyEncoding, SendKeyReachesTheDelegateOnlyWhenThereAreBytes) {

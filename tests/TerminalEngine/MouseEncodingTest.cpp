@@ -122,19 +122,14 @@ TEST(FocusReports, FollowFocusChangesOnlyWhileAskedFor) {
     EXPECT_EQ(h.takeSent(), "\x1b[O\x1b[I");
 }
 
-TEST(BracketedPaste, WrapsTextOnlyWhileTheModeIsOn) {
+TEST(BracketedPaste, WrapsTextOnlyWhileTheModeIsOnAndTheTextCannotCloseItEarly) {
     TerminalHarness h;
     EXPECT_EQ(h.terminal->encodePaste("ls\r\necho hi\n"), "ls\recho hi\r");
     h.feed("\x1b[?2004h");
     EXPECT_EQ(h.terminal->encodePaste("a\nb"), "\x1b[200~a\rb\x1b[201~");
+    EXPECT_EQ(h.terminal->encodePaste("safe\x1b[201~rm -rf ~\n"), "\x1b[200~saferm -rf ~\r\x1b[201~");
     h.terminal->paste("x");
     EXPECT_EQ(h.takeSent(), "\x1b[200~x\x1b[201~");
-}
-
-TEST(BracketedPaste, PastedTextCannotCloseTheBracketEarly) {
-    TerminalHarness h;
-    h.feed("\x1b[?2004h");
-    EXPECT_EQ(h.terminal->encodePaste("safe\x1b[201~rm -rf ~\n"), "\x1b[200~saferm -rf ~\r\x1b[201~");
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // The pty system calls on a real child, without LocalProcess on top.
 #include "TerminalEngine/Pty/PseudoTerminalHelpers.h"
 
+#include "support/Waiting.h"
+
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -19,10 +21,8 @@ TEST(PseudoTerminalHelpersTest, AvailableBytesCountsWhatWaitsOnTheMaster) {
     // A working directory that can't be entered is ignored: the program still runs.
     const auto child = PseudoTerminalHelpers::fork("/bin/sh", args, env, "/nonexistent/dir", {24, 80, 0, 0});
     ASSERT_TRUE(child);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60); // hang guard
-    while (PseudoTerminalHelpers::availableBytes(child->masterDescriptor).size < 3 &&
-           std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    OstrelTest::waitFor(
+        [&] { return PseudoTerminalHelpers::availableBytes(child->masterDescriptor).size >= 3; });
     EXPECT_EQ(PseudoTerminalHelpers::availableBytes(child->masterDescriptor), (AvailableBytes{0, 3}));
     // Later children must not inherit this master, or its terminal would never hang up.
     EXPECT_EQ(::fcntl(child->masterDescriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);

@@ -65,40 +65,37 @@ TEST(SelectionService, BlanksFormARunAndReadAsNothingAtTheLineEnd) {
     EXPECT_EQ(range, (SelectionService::Range{{2, 0}, {6, 0}}));
 }
 
-TEST(SelectionService, TextHasNoLineBreakAtASoftWrap) {
-    TerminalHarness h(5, 4);
-    h.feed("hello world\r\nnext");
-    SelectionService selection(*h.terminal);
-    selection.setSelection({0, 0}, {4, 3});
-    EXPECT_EQ(selection.getSelectedText(), "hello world\nnext");
-}
-
-TEST(SelectionService, WideCharactersReadOnceAndTheirGapIsSkipped) {
-    TerminalHarness h(5, 3);
-    // The third wide character does not fit in the last column and wraps whole.
-    h.feed("\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!");
-    SelectionService selection(*h.terminal);
-    selection.setSelection({0, 0}, {5, 1});
-    EXPECT_EQ(selection.getSelectedText(), "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!");
-}
-
-TEST(SelectionService, TrailingBlanksOfAHardLineAreDroppedButChosenSpacesKept) {
-    TerminalHarness h(20, 3);
-    h.feed("ab   \r\ncd");
-    SelectionService selection(*h.terminal);
-    selection.setSelection({0, 0}, {2, 1});
-    EXPECT_EQ(selection.getSelectedText(), "ab\ncd");
-    selection.setSelection({0, 0}, {3, 0});
-    EXPECT_EQ(selection.getSelectedText(), "ab ");
-}
-
-TEST(SelectionService, EmptyCellsInsideALineReadAsTheNullCharacter) {
-    TerminalHarness h(20, 3);
-    h.feed("a\x1b[3Cb");
-    SelectionService selection(*h.terminal);
-    selection.nullChar = U'.';
-    selection.setSelection({0, 0}, {20, 0});
-    EXPECT_EQ(selection.getSelectedText(), "a...b");
+// Text read back between two positions: soft wraps join, wide characters read once, trailing blanks
+// of a hard line drop while chosen spaces stay, and empty cells inside a line read as the null char.
+TEST(SelectionService, SelectedTextFollowsWrapsWidthsAndBlanks) {
+    struct Case {
+        const char* name;
+        int cols;
+        const char* screen;
+        Position start, end;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"no line break at a soft wrap", 5, "hello world\r\nnext", {0, 0}, {4, 3}, "hello world\nnext"},
+        // The third wide character does not fit in the last column and wraps whole.
+        {"wide characters read once",
+         5,
+         "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!",
+         {0, 0},
+         {5, 1},
+         "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!"},
+        {"trailing blanks of a hard line dropped", 20, "ab   \r\ncd", {0, 0}, {2, 1}, "ab\ncd"},
+        {"chosen spaces kept", 20, "ab   \r\ncd", {0, 0}, {3, 0}, "ab "},
+        {"empty cells read as the null character", 20, "a\x1b[3Cb", {0, 0}, {20, 0}, "a...b"},
+    };
+    for (const Case& c : cases) {
+        TerminalHarness h(c.cols, 4);
+        h.feed(c.screen);
+        SelectionService selection(*h.terminal);
+        selection.nullChar = U'.';
+        selection.setSelection(c.start, c.end);
+        EXPECT_EQ(selection.getSelectedText(), c.text) << c.name;
+    }
 }
 
 TEST(SelectionService, RowModeTakesTheWholeWrappedLine) {
