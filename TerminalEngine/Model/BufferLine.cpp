@@ -114,8 +114,11 @@ void BufferLine::resize(int cols, const CharData& fillData) {
 
 void BufferLine::fill(const CharData& with) {
     // Only the part written since the last fill with the same value needs writing again: a
-    // scrolling terminal blanks each recycled line in proportion to what it held.
-    fillCells(data_.get(), with, with == uniformValue_ ? uniformFrom_ : cols_);
+    // scrolling terminal blanks each recycled line in proportion to what it held. Same bytes is
+    // a stricter test than equality (a cleared underline colour keeps its old bytes), and three
+    // word compares instead of one per field.
+    const bool same = std::memcmp(&with, &uniformValue_, sizeof(CharData)) == 0;
+    fillCells(data_.get(), with, same ? uniformFrom_ : cols_);
     uniformValue_ = with;
     uniformFrom_ = 0;
     ++generation;

@@ -50,6 +50,27 @@ void CircularBufferLineList::swap(int a, int b) {
     std::swap(slot(a), slot(b));
 }
 
+void CircularBufferLineList::rotate(int first, int last, int count) {
+    ++layoutGeneration_;
+    first = checkedIndex(first, "rotate");
+    last = checkedIndex(last, "rotate");
+    const int length = last - first + 1;
+    if (length <= 1) return;
+    count %= length;
+    if (count < 0) count += length;
+    if (count == 0) return;
+    for (int k = first; k <= last; ++k)
+        materialize(k);
+    // Three reversals rotate in place, one pointer exchange per line and no allocation.
+    auto reverse = [this](int a, int b) {
+        for (; a < b; ++a, --b)
+            std::swap(slot(a), slot(b));
+    };
+    reverse(first, first + count - 1);
+    reverse(first + count, last);
+    reverse(first, last);
+}
+
 void CircularBufferLineList::set(int index, std::unique_ptr<BufferLine> line) {
     ++layoutGeneration_;
     slot(checkedIndex(index, "set")) = std::move(line);

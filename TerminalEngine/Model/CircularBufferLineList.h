@@ -53,11 +53,19 @@ public:
     // the oldest lines (inserted ones included) drop from the top.
     void splice(int start, int deleteCount, std::vector<std::unique_ptr<BufferLine>> items);
     void insert(int index, std::unique_ptr<BufferLine> line);
-    // Exchanges two lines (the objects, not their cells): how a scroll region rotates.
+    // Exchanges two lines (the objects, not their cells).
     void swap(int a, int b);
+    // Moves the lines `first` to `last` up by `count` places, the first `count` coming round to
+    // the end (the objects, not their cells): how a scroll region scrolls. A negative `count`
+    // moves them down.
+    void rotate(int first, int last, int count);
 
     int getCyclicIndex(int index) const {
-        int physical = (startIndex_ + index) % maxLength_;
+        // Indices nearly always lie within one turn of the ring: a compare, not a division.
+        int physical = startIndex_ + index;
+        if (physical >= maxLength_) physical -= maxLength_;
+        if (static_cast<unsigned>(physical) < static_cast<unsigned>(maxLength_)) return physical;
+        physical %= maxLength_;
         return physical < 0 ? physical + maxLength_ : physical;
     }
 

@@ -382,12 +382,11 @@ void Terminal::scrollUpRegion(int count) {
             else
                 dst.replaceCells(left, left + width, eraseCell());
         }
-    } else {
-        for (int n = 0; n < count; ++n) {
-            for (int row = top; row < bottom; ++row)
-                b.lines.swap(row, row + 1);
-            b.lines[bottom].reset(eraseCell());
-        }
+    } else if (count > 0) {
+        b.lines.rotate(top, bottom, count);
+        const CharData blank = eraseCell();
+        for (int row = bottom - count + 1; row <= bottom; ++row)
+            b.lines[row].reset(blank);
     }
     updateRange(b.scrollTop);
     updateRange(b.scrollBottom);
@@ -409,12 +408,11 @@ void Terminal::scrollDownRegion(int count) {
             else
                 dst.replaceCells(left, left + width, eraseCell());
         }
-    } else {
-        for (int n = 0; n < count; ++n) {
-            for (int row = bottom; row > top; --row)
-                b.lines.swap(row, row - 1);
-            b.lines[top].reset(eraseCell());
-        }
+    } else if (count > 0) {
+        b.lines.rotate(top, bottom, -count);
+        const CharData blank = eraseCell();
+        for (int row = top; row < top + count; ++row)
+            b.lines[row].reset(blank);
     }
     updateRange(b.scrollTop);
     updateRange(b.scrollBottom);

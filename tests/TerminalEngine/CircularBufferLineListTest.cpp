@@ -1,5 +1,6 @@
 // The line ring: lazy slots, recycling without allocation, the images count, and every
-// structural edit checked against a plain list model under random operations.
+// structural edit (rotations included, across the ring's wrap) checked against a plain list
+// model under random operations.
 #include "TerminalEngine/Model/CircularBufferLineList.h"
 
 #include <algorithm>
@@ -102,7 +103,7 @@ TEST(CircularBufferLineList, RandomEditsMatchAPlainListModel) {
         int nextId = 1;
         for (int step = 0; step < 60; ++step) {
             const int size = list.count();
-            const int op = pick(0, 7);
+            const int op = pick(0, 8);
             if (op <= 1) {
                 list.push(lineWithId(nextId));
                 model.push_back(nextId++);
@@ -144,6 +145,12 @@ TEST(CircularBufferLineList, RandomEditsMatchAPlainListModel) {
                 int n = pick(0, 2);
                 list.trimStart(n);
                 model.erase(model.begin(), model.begin() + std::min(n, size));
+            } else if (op == 7 && size > 0) {
+                int first = pick(0, size - 1), last = pick(first, size - 1), by = pick(-5, 5);
+                list.rotate(first, last, by);
+                const int length = last - first + 1;
+                const int left = ((by % length) + length) % length;
+                std::rotate(model.begin() + first, model.begin() + first + left, model.begin() + last + 1);
             } else if (op == 6 && list.isFull()) {
                 list.recycle(Attribute::empty(), false);
                 model.pop_front();
