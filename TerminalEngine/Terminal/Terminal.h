@@ -364,34 +364,52 @@ private:
 
     // Print path.
     void handlePrint(ByteSpan data);
-    // Places a cell of `width` at the cursor when that needs no wrap, no insertion and no repair:
-    // inside the line with room to spare, over cells that are no halves of wide characters.
-    bool placeInside(std::int32_t code, int width, int right) {
+    // The cells from the cursor on, marked written, when `width` cells placed there need no wrap,
+    // no insertion and no repair: inside the line with room to spare, the first and the one after
+    // the last being no right halves of wide characters. Null otherwise.
+    CharData* cellsInside(int width, int right) {
         Buffer& b = *buffer;
         const int x = b.x, end = x + width;
-        if (insertMode || x < 0 || end > right) return false;
+        if (insertMode || x < 0 || end > right) return nullptr;
         BufferLine& line = lineAt(b.y);
         const CharData* current = line.getData();
-        if (current[x].width == 0 || current[end].width == 0) return false;
-        CharData* cells = line.mutableCells(end + 1);
-        storeCell(cells + x, curAttr, code, static_cast<std::int8_t>(width));
-        if (width == 2) storeCell(cells + x + 1, curAttr, 0, 0);
+        if (current[x].width == 0 || current[end].width == 0) return nullptr;
         line.touch();
         updateRange(b.y);
-        b.x = end;
+        return line.mutableCells(end + 1) + x;
+    }
+    // One cell of `width` at the cursor, when cellsInside allows it.
+    bool placeInside(std::int32_t code, int width, int right) {
+        CharData* at = cellsInside(width, right);
+        if (at == nullptr) return false;
+        storeCell(at, curAttr, code, static_cast<std::int8_t>(width));
+        if (width == 2) storeCell(at + 1, curAttr, 0, 0);
+        buffer->x += width;
         lastPrintedCode_ = code;
         lastPrintedWidth_ = width;
         return true;
     }
-    // A run of printable ASCII from the parser. One character between two control sequences (a
-    // cursor move, an SGR) is the common case of full-screen programs: when it lands strictly
-    // inside the line, away from the edge and from any wide character, it is one cell store.
+    // A run of printable ASCII from the parser. A character or a word between two control
+    // sequences (a cursor move, an SGR) is the common case of full-screen programs: when it lands
+    // inside the line, away from the edge and from any wide character, it is plain stores. Long
+    // runs and everything at the edge take printAsciiRun.
     void printAscii(const std::uint8_t* text, std::size_t count) {
         if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]] {
             handlePrint(ByteSpan(text, count));
             return;
         }
-        if (count == 1 && placeInside(text[0], 1, rightEdge())) return;
+        if (count == 1) {
+            if (placeInside(text[0], 1, rightEdge())) return;
+        } else if (count <= 32) {
+            if (CharData* at = cellsInside(static_cast<int>(count), rightEdge())) {
+                for (std::size_t k = 0; k < count; ++k)
+                    storeCell(at + k, curAttr, text[k], 1);
+                buffer->x += static_cast<int>(count);
+                lastPrintedCode_ = text[count - 1];
+                lastPrintedWidth_ = 1;
+                return;
+            }
+        }
         printAsciiRun(text, count);
     }
     void printAsciiRun(const std::uint8_t* text, std::size_t count);
