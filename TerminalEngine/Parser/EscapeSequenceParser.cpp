@@ -62,6 +62,22 @@ void EscapeSequenceParser::reset() {
     std::int64_t j = start;
     if (j < len && bytes[j] >= 0x3C && bytes[j] <= 0x3F) _collect.push_back(bytes[j++]);
     const std::int64_t firstParameterByte = j;
+    if (j + 8 <= len && bytes[j + 1] == '8' && terminal != nullptr) {
+        // "38;5;", "48;5;", "38;2;" or "48;2;" first: this is SGR with a colour, read straight
+        // into the attribute unless the reader declines the form, when the list takes it.
+        std::uint64_t word;
+        std::memcpy(&word, bytes + j, sizeof word);
+        const unsigned form = static_cast<unsigned>(word >> 24) & 0xFF;
+        const unsigned first = static_cast<unsigned>(word) & 0xFF;
+        if ((word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
+            (form == '5' || form == '2') && j == start) {
+            const std::int64_t end = terminal->readSgr(bytes, j, len);
+            if (end >= 0) {
+                state = S::ground;
+                return end;
+            }
+        }
+    }
     std::int64_t* values = _pars.values();
     std::uint8_t* separators = _pars.separatorSlots();
     std::size_t capacity = _pars.capacity();
@@ -86,16 +102,6 @@ void EscapeSequenceParser::reset() {
         const std::uint8_t b = bytes[j];
         // A colon before anything else is left to the table, which ignores the sequence.
         if (b != ';' && (b != ':' || j == start)) break;
-        if (last == 0 && (current == 38 || current == 48) && b == ';' && terminal != nullptr &&
-            firstParameterByte == start) {
-            // A colour first: this is SGR, read straight into the attribute unless the reader
-            // declines the form, when the list goes on as usual.
-            const std::int64_t end = terminal->readSgr(bytes, start, len);
-            if (end >= 0) {
-                state = S::ground;
-                return end;
-            }
-        }
         values[last] = current;
         current = 0;
         if (last + 1 < capacity) [[likely]] {
