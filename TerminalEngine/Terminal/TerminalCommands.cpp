@@ -611,23 +611,26 @@ std::uint8_t colorByte(std::int64_t value) {
     return static_cast<std::uint8_t>(value < 255 ? value : 255);
 }
 
+// 1 to 9 but 6: each turns one style on (4 with the single underline). Small enough to sit
+// inline where SGR is read straight from the bytes; false for any other code.
+inline bool applyStyleSgr(Attribute& a, std::int64_t code) {
+    static constexpr CharacterStyle styles[10] = {
+        CharacterStyle::none,      CharacterStyle::bold,      CharacterStyle::dim,  CharacterStyle::italic,
+        CharacterStyle::underline, CharacterStyle::blink,     CharacterStyle::none, CharacterStyle::inverse,
+        CharacterStyle::invisible, CharacterStyle::crossedOut};
+    if (static_cast<std::uint64_t>(code) - 1 >= 9 || code == 6) return false;
+    a.style |= styles[code];
+    if (code == 4) a.underlineStyle = UnderlineStyle::single;
+    return true;
+}
+
 // The codes that stand alone (no colour parameters follow). Returns false for any other code.
 // Fields are changed in place: a copy of the attribute would be taken apart into bytes and put
 // together again.
 bool applyPlainSgr(Attribute& a, std::int64_t code) {
+    if (applyStyleSgr(a, code)) return true;
     switch (code) {
     case 0: a = Attribute{}; return true;
-    case 1: a.style |= CharacterStyle::bold; return true;
-    case 2: a.style |= CharacterStyle::dim; return true;
-    case 3: a.style |= CharacterStyle::italic; return true;
-    case 4:
-        a.style |= CharacterStyle::underline;
-        a.underlineStyle = UnderlineStyle::single;
-        return true;
-    case 5: a.style |= CharacterStyle::blink; return true;
-    case 7: a.style |= CharacterStyle::inverse; return true;
-    case 8: a.style |= CharacterStyle::invisible; return true;
-    case 9: a.style |= CharacterStyle::crossedOut; return true;
     case 21:
         a.style |= CharacterStyle::underline;
         a.underlineStyle = UnderlineStyle::double_;
@@ -783,7 +786,7 @@ std::int64_t Terminal::readSgr(const std::uint8_t* bytes, std::int64_t from, std
     // "38;5;" and "48;5;" as little-endian words: the 256-colour forms are matched whole.
     constexpr std::uint64_t fg256 = 0x3B353B3833ull, bg256 = 0x3B353B3834ull;
     while (true) {
-        if (j + 8 <= len) {
+        if (j + 8 <= len && bytes[j + 1] == '8') {
             std::uint64_t word;
             std::memcpy(&word, bytes + j, sizeof word);
             word &= 0xFFFFFFFFFFull;
@@ -815,7 +818,7 @@ std::int64_t Terminal::readSgr(const std::uint8_t* bytes, std::int64_t from, std
                 return -1;
             }
             applyExtendedColor(a, code, color);
-        } else if (!applyPlainSgr(a, code)) {
+        } else if (!applyStyleSgr(a, code) && !applyPlainSgr(a, code)) {
             return -1;
         }
         if (after == 'm') break;
