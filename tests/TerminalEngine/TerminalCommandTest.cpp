@@ -348,7 +348,8 @@ TEST(Terminal, SelectGraphicRendition) {
         {"\x1b[>4;2m", Attribute{}},                                     // key modifier options, not SGR
         {"\x1b[38;5;12;6;1000m", withFg(Attribute::Color::ansi256(12))}, // known and unknown codes
         {"\x1b[38;7;1;3m", boldItalic},                                  // an unknown colour form
-        {"\x1b[38;5;1;;1;3m", boldItalic},                               // an empty parameter resets
+        {"\x1b[1:5;3m", boldItalic},       // a subparameter belongs to its code, never a code of its own
+        {"\x1b[38;5;1;;1;3m", boldItalic}, // an empty parameter resets
         {"\x1b[48;5;9;38;2;1;2;3;39m", bgBright},
         {"\x1b[48;5;1;38;5;1;39;101m", bgBright},
         {"\x1b[38;2;1;2;3;48;5;9;4;58;2;1;2;3;39m",
