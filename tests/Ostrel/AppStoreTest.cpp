@@ -55,23 +55,6 @@ protected:
     Settings settings{Paths::configFolder() + "/settings.json"};
 };
 
-TEST_F(AppStoreTest, NoStateFileStartsEmptyAndTheFirstSaveWritesOne) {
-    auto store = makeStore();
-    store->launch();
-    EXPECT_TRUE(store->projects().empty() && store->sessions().empty());
-    EXPECT_FALSE(store->selectedProjectID().has_value());
-    EXPECT_FALSE(store->selectedSessionID().has_value());
-    EXPECT_FALSE(stateFile());
-    const Project added = store->addProject(folder("web"));
-    const Project again = store->addProject(folder("web"));
-    EXPECT_EQ(again, added);
-    EXPECT_EQ(added.name, "web");
-    store->addProject(folder("api"));
-    ASSERT_TRUE(stateFile());
-    EXPECT_EQ(stateFile()->at("projects").size(), 2u);
-    EXPECT_EQ(store->projects()[1].colorIndex, 1);
-}
-
 TEST_F(AppStoreTest, DamagedOrPartialStateFilesLoadWhatTheyCanAndAreKeptUntilTheNextSave) {
     const std::string first = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
                       second = "0A1B2C3D-4E5F-4061-8071-2A3B4C5D6E7F";
@@ -112,14 +95,23 @@ TEST_F(AppStoreTest, DamagedOrPartialStateFilesLoadWhatTheyCanAndAreKeptUntilThe
     }
 }
 
-TEST_F(AppStoreTest, SavedWorkspaceReadsBackWithItsShapesButNotItsIds) {
+TEST_F(AppStoreTest, AnEmptyStartSavesOnItsFirstChangeAndReadsBackWithItsShapesButNotItsIds) {
     UUID webID, apiID;
     std::string webShape;
     {
         auto store = makeStore();
         store->launch();
-        webID = store->addProject(folder("web")).id;
+        EXPECT_TRUE(store->projects().empty() && store->sessions().empty());
+        EXPECT_FALSE(store->selectedProjectID() || store->selectedSessionID());
+        EXPECT_FALSE(stateFile()); // no state file: nothing is written until the first change
+        const Project web = store->addProject(folder("web"));
+        EXPECT_EQ(store->addProject(folder("web")), web);
+        EXPECT_EQ(web.name, "web");
+        webID = web.id;
         apiID = store->addProject(folder("api")).id;
+        EXPECT_EQ(store->projects()[1].colorIndex, 1);
+        ASSERT_TRUE(stateFile());
+        EXPECT_EQ(stateFile()->at("projects").size(), 2u);
         store->renameProject(webID, "  Web site\n");
         store->renameProject(webID, "   ");
         store->setProjectColor(apiID, 4);

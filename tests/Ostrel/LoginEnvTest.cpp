@@ -88,29 +88,54 @@ TEST(LoginEnv, MergeKeepsTheSessionsValuesAndAppendsWhatItLacks) {
     LoginEnv::setCached(std::nullopt);
 }
 
+// Bash is captured the way the application starts it, by a prewarm that hands the result to the
+// main queue; a later capture that fails keeps what the first one found.
 TEST(LoginEnv, LoginShellsGiveTheirEnvironmentWithoutTheBanner) {
-    struct Case {
-        const char* shell;
-        const char* profileName;
+    asio::io_context mainContext;
+    TerminalEngine::DispatchQueue::setMain(mainContext);
+    const auto prewarmAndWait = [&](const std::string& shell, const TemporaryHome& home) {
+        auto work = asio::make_work_guard(mainContext);
+        bool done = false;
+        LoginEnv::prewarm(shell, environmentOf(home), captureLimit, [&] {
+            done = true;
+            work.reset();
+        });
+        mainContext.restart();
+        mainContext.run();
+        return done;
     };
-    for (const Case& c : {Case{"/bin/bash", ".bash_profile"}, Case{"/bin/sh", ".profile"}}) {
+    for (const auto& [shell, profileName] :
+         {std::pair{"/bin/bash", ".bash_profile"}, {"/bin/sh", ".profile"}}) {
+        SCOPED_TRACE(shell);
         TemporaryHome home;
-        home.write(c.profileName, profile);
-        const auto capture = LoginEnv::captureWith(c.shell, environmentOf(home), captureLimit);
-        ASSERT_EQ(capture.outcome, Outcome::captured) << c.shell;
-        const auto& environment = *capture.environment;
-        EXPECT_TRUE(contains(environment, "MULTI=line one\nline two")) << c.shell;
-        EXPECT_TRUE(contains(environment, "HOME=" + home.path())) << c.shell;
-        for (const auto& entry : environment) {
-            EXPECT_EQ(entry.find("Welcome"), std::string::npos) << c.shell << ": " << entry;
-            EXPECT_EQ(entry.find("stderr"), std::string::npos) << c.shell << ": " << entry;
+        home.write(profileName, profile);
+        LoginEnv::setCached(std::nullopt);
+        std::optional<LoginEnv::Environment> environment;
+        if (std::string_view(shell) == "/bin/bash") {
+            ASSERT_TRUE(prewarmAndWait(shell, home));
+            environment = LoginEnv::cached();
+            ASSERT_TRUE(prewarmAndWait("/nonexistent/bin/zsh", home));
+            EXPECT_EQ(LoginEnv::cached(), environment);
+        } else {
+            const auto capture = LoginEnv::captureWith(shell, environmentOf(home), captureLimit);
+            ASSERT_EQ(capture.outcome, Outcome::captured);
+            environment = capture.environment;
         }
-        const auto merged = LoginEnv::merged({"PATH=/session/bin"}, environment);
+        ASSERT_TRUE(environment);
+        EXPECT_TRUE(contains(*environment, "MULTI=line one\nline two"));
+        EXPECT_TRUE(contains(*environment, "HOME=" + home.path()));
+        for (const auto& entry : *environment) {
+            EXPECT_EQ(entry.find("Welcome"), std::string::npos) << entry;
+            EXPECT_EQ(entry.find("stderr"), std::string::npos) << entry;
+        }
+        const auto merged = LoginEnv::merged({"PATH=/session/bin"}, *environment);
         EXPECT_EQ(
             std::count_if(merged.begin(), merged.end(), [](auto& e) { return e.rfind("PATH=", 0) == 0; }), 1);
         EXPECT_EQ(merged.front(), "PATH=/session/bin");
         EXPECT_TRUE(contains(merged, "MULTI=line one\nline two"));
     }
+    LoginEnv::setCached(std::nullopt);
+    TerminalEngine::DispatchQueue::clearMain();
 }
 
 TEST(LoginEnv, ShellsThatFailGiveNone) {
@@ -154,34 +179,4 @@ TEST(LoginEnv, HangingShellIsKilledWithItsProcessGroupAtTheLimit) {
         return stat >> pid >> command >> state && state != "Z";
     };
     EXPECT_TRUE(OstrelTest::waitFor([&] { return !alive(); }, 5s));
-}
-
-TEST(LoginEnv, PrewarmStoresTheResultOnTheMainQueueAndKeepsItWhenALaterCaptureFails) {
-    asio::io_context mainContext;
-    TerminalEngine::DispatchQueue::setMain(mainContext);
-    LoginEnv::setCached(std::nullopt);
-    TemporaryHome home;
-    home.write(".bash_profile", profile);
-
-    auto prewarmAndWait = [&](const std::string& shell) {
-        auto work = asio::make_work_guard(mainContext);
-        bool done = false;
-        LoginEnv::prewarm(shell, environmentOf(home), captureLimit, [&] {
-            done = true;
-            work.reset();
-        });
-        mainContext.restart();
-        mainContext.run();
-        return done;
-    };
-    ASSERT_TRUE(prewarmAndWait("/bin/bash"));
-    ASSERT_TRUE(LoginEnv::cached());
-    EXPECT_TRUE(contains(*LoginEnv::cached(), "MULTI=line one\nline two"));
-
-    const auto captured = LoginEnv::cached();
-    ASSERT_TRUE(prewarmAndWait("/nonexistent/bin/zsh"));
-    EXPECT_EQ(LoginEnv::cached(), captured);
-
-    LoginEnv::setCached(std::nullopt);
-    TerminalEngine::DispatchQueue::clearMain();
 }

@@ -72,27 +72,39 @@ protected:
     int changes = 0, attentions = 0, answered = 0, telemetryTicks = 0;
 };
 
-TEST_F(SessionControllerTest, LaunchSetsAgentVariablesAndDropsTheOnesOfAnEnclosingAgent) {
-    home.write(".claude/settings.json", R"({"statusLine":{"type":"command","command":"ccline"}})");
+TEST_F(SessionControllerTest, ClaudeLaunchSetsItsVariablesAndTakesItsDefaultsFromTheMostSpecificSettings) {
+    home.write(".claude/settings.json",
+               R"({"statusLine":{"type":"command","command":"ccline"},"model":"claude-sonnet-4",)"
+               R"("effort":"low","permissions":{"defaultMode":"bypassPermissions"}})");
+    home.write(".claude/settings.local.json", R"({"model":7,"permissions":{"defaultMode":"manual"}})");
     auto session = start(SessionKind::claude);
     ASSERT_TRUE(main.runUntil([&] { return home.read("env").has_value() && home.read("args").has_value(); }));
     main.runFor(100ms); // the files are written before the agent reads its control
     const auto env = linesOf(home.read("env"));
-    EXPECT_TRUE(contains(env, "CLAUDE_CODE_HIDE_SETTINGS_HINT=1"));
-    EXPECT_TRUE(contains(env, "LANG=en_US.UTF-8"));
-    EXPECT_TRUE(contains(env, "FROM_LOGIN=1"));
-    EXPECT_TRUE(contains(env, "TERM=xterm-256color"));
-    EXPECT_TRUE(contains(env, "HOME=" + home.path()));
+    for (const std::string& expected :
+         std::vector<std::string>{"CLAUDE_CODE_HIDE_SETTINGS_HINT=1", "LANG=en_US.UTF-8", "FROM_LOGIN=1",
+                                  "TERM=xterm-256color", "HOME=" + home.path()})
+        EXPECT_TRUE(contains(env, expected)) << expected;
     for (const auto& entry : env) {
         EXPECT_FALSE(entry.rfind("CLAUDECODE=", 0) == 0) << entry;
         EXPECT_FALSE(entry.rfind("CLAUDE_CODE_SESSION_ID=", 0) == 0) << entry;
     }
-    const auto args = linesOf(home.read("args"));
-    ASSERT_EQ(args.size(), 2u);
-    EXPECT_EQ(args[0], "--settings");
-    EXPECT_EQ(args[1], R"({"statusLine":{"type":"command","command":":"}})");
+    EXPECT_EQ(linesOf(home.read("args")),
+              (std::vector<std::string>{"--settings", R"({"statusLine":{"type":"command","command":":"}})"}));
     EXPECT_EQ(session->status(), SessionStatus::ready());
     EXPECT_TRUE(session->statusTimerRunning() && session->telemetryTimerRunning());
+
+    // The project folder is HOME here, so the user's file is also the folder's shared one.
+    EXPECT_EQ(session->modelName(), "claude-sonnet-4");
+    EXPECT_EQ(session->effortLevel(), "low");
+    EXPECT_EQ(session->permissionMode(), "default");
+    EXPECT_FALSE(session->bypassInCycle());
+    // A switch shown in the terminal wins over a transcript that still names the old model (how
+    // long it wins is the steering tests' concern).
+    ASSERT_TRUE(say(*session, "Set model to Opus 4.1"));
+    EXPECT_EQ(session->modelSwitchedFrom(), "claude-sonnet-4");
+    session->applyReading({.model = "claude-sonnet-4"});
+    EXPECT_EQ(session->modelName(), "claude-opus-4.1");
     session->shutdown();
 }
 
@@ -293,27 +305,6 @@ TEST_F(SessionControllerTest, TitlesComeFromEachKindsOwnSourceAndAgentOutputFrom
     shell->shutdown();
 }
 
-TEST_F(SessionControllerTest, ClaudeDefaultsComeFromTheMostSpecificSettingsFile) {
-    home.write(
-        ".claude/settings.json",
-        R"({"model":"claude-sonnet-4","effort":"low","permissions":{"defaultMode":"bypassPermissions"}})");
-    home.write(".claude/settings.local.json", R"({"model":7,"permissions":{"defaultMode":"manual"}})");
-    auto session = start(SessionKind::claude);
-    // The project folder is HOME here, so the user's file is also the folder's shared one.
-    EXPECT_EQ(session->modelName(), "claude-sonnet-4");
-    EXPECT_EQ(session->effortLevel(), "low");
-    EXPECT_EQ(session->permissionMode(), "default");
-    EXPECT_FALSE(session->bypassInCycle());
-
-    // A switch shown in the terminal wins over a transcript that still names the old model (how
-    // long it wins is the steering tests' concern).
-    ASSERT_TRUE(say(*session, "Set model to Opus 4.1"));
-    EXPECT_EQ(session->modelSwitchedFrom(), "claude-sonnet-4");
-    session->applyReading({.model = "claude-sonnet-4"});
-    EXPECT_EQ(session->modelName(), "claude-opus-4.1");
-    session->shutdown();
-}
-
 TEST_F(SessionControllerTest, CodexDefaultsComeFromItsConfigAndModelCache) {
     const std::string cache =
         R"({"models":[{"slug":"gpt-a","visibility":"list","default_reasoning_level":"low"},)"
@@ -341,7 +332,7 @@ TEST_F(SessionControllerTest, CodexDefaultsComeFromItsConfigAndModelCache) {
     }
 }
 
-TEST_F(SessionControllerTest, ReadingsUpdateFactsWithinTheirRules) {
+TEST_F(SessionControllerTest, ReadingsUpdateFactsWithinTheirRulesAndZoomAndNoticesStayInBounds) {
     auto session = start(SessionKind::claude, "exit 0");
     session->applyReading({.model = "claude-x[1m]"});
     session->applyReading({.model = "claude-x", .contextUsed = 1000});
@@ -355,6 +346,17 @@ TEST_F(SessionControllerTest, ReadingsUpdateFactsWithinTheirRules) {
     const int before = changes;
     session->applyReading({.model = "claude-x[1m]", .contextUsed = 1000});
     EXPECT_EQ(changes, before); // nothing new, nothing announced
+
+    // The font size stays in range, whatever is asked; a notice goes by itself.
+    session->zoom(100);
+    EXPECT_EQ(session->fontSize(), SessionController::maximumFontSize);
+    session->zoom(-100);
+    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
+    session->setFontSize(std::nan(""));
+    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
+    session->showNotice("Copied");
+    EXPECT_EQ(session->transientNotice(), "Copied");
+    EXPECT_TRUE(main.runUntil([&] { return !session->transientNotice(); }));
 }
 
 TEST_F(SessionControllerTest, ResumeIdsComeFromTheCommandAndTheBoundTranscript) {
@@ -379,19 +381,6 @@ TEST_F(SessionControllerTest, ResumeIdsComeFromTheCommandAndTheBoundTranscript) 
     gemini->updateResumeID("/c/session-2.jsonl", std::nullopt);
     EXPECT_EQ(gemini->resumeID(), "g-1");
     EXPECT_EQ(gemini->resumeIDSourcePath(), "/c/session-2.jsonl");
-}
-
-TEST_F(SessionControllerTest, ZoomStaysInRangeAndNoticesExpire) {
-    auto session = start(SessionKind::service, "exit 0");
-    session->zoom(100);
-    EXPECT_EQ(session->fontSize(), SessionController::maximumFontSize);
-    session->zoom(-100);
-    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
-    session->setFontSize(std::nan(""));
-    EXPECT_EQ(session->fontSize(), SessionController::minimumFontSize);
-    session->showNotice("Copied");
-    EXPECT_EQ(session->transientNotice(), "Copied");
-    EXPECT_TRUE(main.runUntil([&] { return !session->transientNotice(); }));
 }
 
 } // namespace

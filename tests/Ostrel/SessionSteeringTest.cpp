@@ -298,8 +298,26 @@ TEST_F(SessionSteeringTest, CodexModelMenuIsTypedKeyByKeyWithItsPauses) {
     EXPECT_TRUE(main.runUntil([&] { return session.composerDraft() == "ab"; }, 5s));
 }
 
-TEST_F(SessionSteeringTest, ResumeDateTakesTheProvidersQuotaWindowWhenItIsLater) {
-    Agent& agent = start(SessionKind::claude);
+TEST_F(SessionSteeringTest, AutoResumeTypesContinueAtTheLaterResetAtMostThreeTimes) {
+    // Through the store, which notifies and counts each resume.
+    AppStore::Options storeOptions;
+    storeOptions.prewarmLoginEnvironment = false;
+    storeOptions.session = options;
+    storeOptions.session.settings = nullptr; // the store's own
+    storeOptions.usageEventsPath = home / "usage.jsonl";
+    AppStore store(home / "state.json", settings, storeOptions);
+    store.launch();
+    store.onChange = [this] { ++changes; };
+    SessionNotificationsForTest notifications;
+    store.setNotifications(&notifications);
+    const UUID projectID = store.addProject(home.path()).id;
+    Agent& agent = agents.emplace_back();
+    agent.session =
+        store.startSession(SessionKind::claude, projectID, {agentCommand(agent, "", true), "api"});
+    ready(agent, "", true);
+    SessionController& session = *agent.session;
+
+    // The resume date takes the provider's quota window when it is later.
     using P = QuotaWindow::Provider;
     struct Window {
         P provider;
@@ -332,32 +350,13 @@ TEST_F(SessionSteeringTest, ResumeDateTakesTheProvidersQuotaWindowWhenItIsLater)
             quota->windows.push_back(window);
         }
         say(agent, noticeResettingIn(noticeReset)); // every notice a new one
-        ASSERT_TRUE(agent.session->resumesAt());
-        const double planned = std::chrono::duration<double>(*agent.session->resumesAt() - clock.now).count();
+        ASSERT_TRUE(session.resumesAt());
+        const double planned = std::chrono::duration<double>(*session.resumesAt() - clock.now).count();
         // The later reset plus the margin; the notice names whole seconds.
         EXPECT_NEAR(planned, c.quotaReset.value_or(noticeReset) + 90.0, 1.0);
         ++noticeReset;
     }
-}
-
-TEST_F(SessionSteeringTest, AutoResumeTypesContinueAtTheResetAtMostThreeTimes) {
-    // Through the store, which notifies and counts each resume.
-    AppStore::Options storeOptions;
-    storeOptions.prewarmLoginEnvironment = false;
-    storeOptions.session = options;
-    storeOptions.session.settings = nullptr; // the store's own
-    storeOptions.usageEventsPath = home / "usage.jsonl";
-    AppStore store(home / "state.json", settings, storeOptions);
-    store.launch();
-    store.onChange = [this] { ++changes; };
-    SessionNotificationsForTest notifications;
-    store.setNotifications(&notifications);
-    const UUID projectID = store.addProject(home.path()).id;
-    Agent& agent = agents.emplace_back();
-    agent.session =
-        store.startSession(SessionKind::claude, projectID, {agentCommand(agent, "", true), "api"});
-    ready(agent, "", true);
-    SessionController& session = *agent.session;
+    quota->windows.clear();
 
     for (int attempt = 1; attempt <= 4; ++attempt) {
         SCOPED_TRACE(attempt);

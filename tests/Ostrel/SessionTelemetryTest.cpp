@@ -355,7 +355,7 @@ TEST_F(SessionTelemetryTest, TailWindowStartingInsideACharacterGivesNothingUntil
     EXPECT_EQ(reading->sessionTitle, std::nullopt); // the person's words lie before the window
 }
 
-TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedLineIsReadNext) {
+TEST_F(SessionTelemetryTest, DamagedUnfinishedOrVanishedContentIsReadAroundUntilTheNextGoodWrite) {
     const std::string relative = claudeFolder + "s.jsonl";
     std::string path =
         write(relative,
@@ -386,6 +386,14 @@ TEST_F(SessionTelemetryTest, DamagedAndUnfinishedLinesAreReadAroundAndAFinishedL
     out.close();
     place(path, base + 5s);
     EXPECT_EQ(used(telemetry.poll()), 300);
+
+    // A bound file that vanishes gives nothing but stays bound until it is written again, here
+    // whole through a temporary file and a rename, as some agents do.
+    std::filesystem::remove(path);
+    EXPECT_EQ(telemetry.poll(), std::nullopt);
+    EXPECT_EQ(telemetry.boundURL(), path);
+    std::filesystem::rename(write(relative + ".tmp", {claudeAssistant(200)}, base + 6s), path);
+    EXPECT_EQ(used(telemetry.poll()), 200);
 }
 
 TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOwnFileIs) {
@@ -416,19 +424,6 @@ TEST_F(SessionTelemetryTest, HostileOrVanishingCandidatesAreNotBoundAndTheNextOw
         EXPECT_EQ(telemetry.boundURL(), own) << c.name;
         EXPECT_EQ(used(reading), 2) << c.name;
     }
-}
-
-TEST_F(SessionTelemetryTest, ABoundFileThatVanishesGivesNothingUntilItIsWrittenAgain) {
-    std::string path = write(claudeFolder + "s.jsonl", {claudeAssistant(100)}, base + 1s);
-    auto telemetry = session(SessionKind::claude, base);
-    ASSERT_TRUE(telemetry.poll());
-    std::filesystem::remove(path);
-    EXPECT_EQ(telemetry.poll(), std::nullopt);
-    EXPECT_EQ(telemetry.boundURL(), path);
-    // Rewritten whole through a temporary file and a rename, as some agents do.
-    std::string temporary = write(claudeFolder + "s.jsonl.tmp", {claudeAssistant(200)}, base + 3s);
-    std::filesystem::rename(temporary, path);
-    EXPECT_EQ(used(telemetry.poll()), 200);
 }
 
 TEST_F(SessionTelemetryTest, CandidateFoldersFollowEachAgentsLayout) {

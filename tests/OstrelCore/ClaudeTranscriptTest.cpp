@@ -28,19 +28,8 @@ std::string usage(int input, int read = 0, int created = 0) {
            R"(,"output_tokens":9})";
 }
 
-struct Reading {
-    TranscriptReading value;
-    Reading& model(std::string m) { return value.model = std::move(m), *this; }
-    Reading& used(std::int64_t n) { return value.contextUsed = n, *this; }
-    Reading& mode(std::string m) { return value.permissionMode = std::move(m), *this; }
-    Reading& phase(AgentPhase p) { return value.phase = p, *this; }
-    Reading& title(std::string t) { return value.sessionTitle = std::move(t), *this; }
-    Reading& tool(std::string name, std::string target) {
-        value.pendingToolName = std::move(name);
-        value.pendingToolTarget = std::move(target);
-        return *this;
-    }
-};
+using P = AgentPhase;
+using R = TranscriptReading;
 
 struct Case {
     const char* name;
@@ -62,65 +51,62 @@ const Case cases[] = {
     {"NoObjectLines", {"not json", "", " {\"type\":\"user\"}"}, std::nullopt},
     {"ToolUseAfterTextAwaitsApproval",
      {user("Read auth"), assistant(toolUse, usage(100, 20, 3))},
-     Reading()
-         .model("claude-opus-4-1")
-         .used(123)
-         .phase(AgentPhase::awaitingApproval)
-         .title("Read auth")
-         .tool("Read", "src/a.ts")
-         .value},
+     R{.model = "claude-opus-4-1",
+       .contextUsed = 123,
+       .phase = P::awaitingApproval,
+       .sessionTitle = "Read auth",
+       .pendingToolName = "Read",
+       .pendingToolTarget = "src/a.ts"}},
     {"EmptyFilePathFallsToCommand",
      {assistant(R"([{"type":"tool_use","name":"Bash","input":{"file_path":"","command":"ls -la"}}])")},
-     Reading().phase(AgentPhase::awaitingApproval).tool("Bash", "ls -la").value},
+     R{.phase = P::awaitingApproval, .pendingToolName = "Bash", .pendingToolTarget = "ls -la"}},
     {"ToolWithoutTargetKeysHasEmptyTarget",
      {assistant(R"([{"type":"tool_use","name":"TodoWrite","input":{"todos":[]}}])")},
-     Reading().phase(AgentPhase::awaitingApproval).tool("TodoWrite", "").value},
+     R{.phase = P::awaitingApproval, .pendingToolName = "TodoWrite", .pendingToolTarget = ""}},
     {"LastNamedToolUseIsPending",
      {assistant(R"([{"type":"tool_use","name":"A","input":{"path":"a"}},{"type":"tool_use","input":{}}])")},
-     Reading().phase(AgentPhase::awaitingApproval).tool("A", "a").value},
+     R{.phase = P::awaitingApproval, .pendingToolName = "A", .pendingToolTarget = "a"}},
     {"TextOnlyEndsTheTurn",
      {assistant(R"([{"type":"thinking"},{"type":"text","text":"Done"}])")},
-     Reading().phase(AgentPhase::turnEnded).value},
-    {"StringContentEndsTheTurn", {assistant(R"("All done")")}, Reading().phase(AgentPhase::turnEnded).value},
-    {"ThinkingOnlyIsRunning",
-     {assistant(R"([{"type":"thinking"}])")},
-     Reading().phase(AgentPhase::running).value},
-    {"EmptyTextIsRunning", {assistant(R"("")")}, Reading().phase(AgentPhase::running).value},
+     R{.phase = P::turnEnded}},
+    {"StringContentEndsTheTurn", {assistant(R"("All done")")}, R{.phase = P::turnEnded}},
+    {"ThinkingOnlyIsRunning", {assistant(R"([{"type":"thinking"}])")}, R{.phase = P::running}},
+    {"EmptyTextIsRunning", {assistant(R"("")")}, R{.phase = P::running}},
     {"ClearResetsContextAndDropsModel",
      {assistant(R"("hi")", usage(5000)), user("<command-name>/clear</command-name>")},
-     Reading().used(0).phase(AgentPhase::turnEnded).value},
+     R{.contextUsed = 0, .phase = P::turnEnded}},
     {"ZeroUsageLeavesItToAnOlderRecord",
      {assistant(R"("a")", usage(700)), assistant(R"("b")", usage(0, 0, 0))},
-     Reading().model("claude-opus-4-1").used(700).phase(AgentPhase::turnEnded).value},
+     R{.model = "claude-opus-4-1", .contextUsed = 700, .phase = P::turnEnded}},
     {"SidechainChangesNothing",
      {assistant(R"("done")"), user("subagent task", R"("isSidechain":true,)"),
       assistant(R"("sub")", usage(9), R"("isSidechain":true,)")},
-     Reading().phase(AgentPhase::turnEnded).value},
+     R{.phase = P::turnEnded}},
     {"ToolAnswerRunsButGivesNoTitle",
      {user("Fix the bug"), assistant(toolUse),
       R"({"type":"user","toolUseResult":{"stdout":"x"},"message":{"content":[{"type":"tool_result","content":"ok"}]}})"},
-     Reading().phase(AgentPhase::running).title("Fix the bug").value},
+     R{.phase = P::running, .sessionTitle = "Fix the bug"}},
     {"MetaUserRecordIsPassedOver",
      {assistant(R"("done")"), user("hook output", R"("isMeta":true,)")},
-     Reading().phase(AgentPhase::turnEnded).value},
+     R{.phase = P::turnEnded}},
     {"PermissionModeFromAnyRecordType",
      {R"({"type":"permission-mode","permissionMode":"plan"})",
       R"({"type":"progress","permissionMode":"acceptEdits"})", R"({"type":"user","permissionMode":7})"},
-     Reading().mode("acceptEdits").phase(AgentPhase::running).value},
+     R{.permissionMode = "acceptEdits", .phase = P::running}},
     {"NonIntegerCountsCountZero",
      {assistant(R"("x")", R"({"input_tokens":1.5,"cache_read_input_tokens":400.0})")},
-     Reading().model("claude-opus-4-1").used(400).phase(AgentPhase::turnEnded).value},
+     R{.model = "claude-opus-4-1", .contextUsed = 400, .phase = P::turnEnded}},
     {"OverflowingCountsAreIgnored",
      {assistant(R"("x")",
                 R"({"input_tokens":9223372036854775807,"cache_read_input_tokens":9223372036854775807})")},
-     Reading().phase(AgentPhase::turnEnded).value},
+     R{.phase = P::turnEnded}},
     {"SpacedSpellingIsNotRead", {R"({"type": "assistant", "message": {"content": "hi"}})"}, std::nullopt},
     {"InjectedUserTextKeepsLookingForATitle",
      {user("Refactor the store"), assistant(R"("ok")"), user("Caveat: local command output")},
-     Reading().phase(AgentPhase::running).title("Refactor the store").value},
+     R{.phase = P::running, .sessionTitle = "Refactor the store"}},
     {"BrokenNewestLineIsSkipped",
      {assistant(R"("ok")"), R"({"type":"assistant","message":{"content":)"},
-     Reading().phase(AgentPhase::turnEnded).value},
+     R{.phase = P::turnEnded}},
 };
 
 INSTANTIATE_TEST_SUITE_P(ClaudeTranscript, ParseCases, testing::ValuesIn(cases),

@@ -40,13 +40,13 @@ TEST(CodexTranscript, ReadsPhaseTitleUsageModelAndWindow) {
                 commentary("Ok. I am looking at the failing test output now."),
                 tokenCount(1200, 300, 272000),
                 event(R"({"type":"task_complete"})")};
-    TranscriptReading expected;
-    expected.phase = AgentPhase::turnEnded;
-    expected.sessionTitle = "I am looking at the failing test output now";
-    expected.contextUsed = 1500; // the last turn's counts, not the running totals
-    expected.contextWindow = 272000;
-    expected.model = "gpt-5-codex";
-    EXPECT_EQ(CodexTranscript::parse(lines.views), expected);
+    // The usage is the last turn's counts, not the running totals.
+    EXPECT_EQ(CodexTranscript::parse(lines.views),
+              (TranscriptReading{.model = "gpt-5-codex",
+                                 .contextUsed = 1500,
+                                 .contextWindow = 272000,
+                                 .phase = AgentPhase::turnEnded,
+                                 .sessionTitle = "I am looking at the failing test output now"}));
 }
 
 TEST(CodexTranscript, PhaseComesFromTheNewestMarker) {
@@ -82,18 +82,15 @@ TEST(CodexTranscript, TitleIsTheCommentaryNearestBehindTheNewestUserMessage) {
               "Port the scanner to the new API");
 }
 
-TEST(CodexTranscript, ZeroWindowAndEmptyUsageFallBackToOlderLines) {
+TEST(CodexTranscript, ZeroWindowAndEmptyUsageFallBackToOlderLinesAndNoneMayGiveNothing) {
     Lines lines{tokenCount(10, 5, 128000), event(R"({"type":"token_count","info":null})"),
                 tokenCount(0, 0, 0)};
     auto reading = CodexTranscript::parse(lines.views);
     ASSERT_TRUE(reading);
     EXPECT_EQ(reading->contextUsed, 15);
     EXPECT_EQ(reading->contextWindow, 128000);
-}
-
-TEST(CodexTranscript, NothingReadableGivesNoReading) {
-    Lines lines{"", "garbage", R"({"type":"response_item","payload":{"type":"reasoning"}})"};
-    EXPECT_EQ(CodexTranscript::parse(lines.views), std::nullopt);
+    Lines unreadable{"", "garbage", R"({"type":"response_item","payload":{"type":"reasoning"}})"};
+    EXPECT_EQ(CodexTranscript::parse(unreadable.views), std::nullopt);
     EXPECT_EQ(CodexTranscript::parse({}), std::nullopt);
 }
 

@@ -27,13 +27,11 @@ TEST(GeminiTranscript, ReadsPhaseUsageModelAndTitle) {
     Lines lines{
         R"({"sessionId":"s","projectHash":"abc","kind":"main"})", user("u1", R"([{"text":"Say hello"}])"),
         R"({"$set":{"lastUpdated":"2026-04-29T21:39:33.156Z"}})", gemini("g1", R"("Hello!")", tokens)};
-    TranscriptReading expected;
-    expected.phase = AgentPhase::turnEnded;
-    expected.contextUsed = 11855;
-    expected.model = "gemini-3-flash-preview";
-    expected.contextWindow = 1048576;
-    expected.sessionTitle = "Say hello";
-    EXPECT_EQ(GeminiTranscript::parse(lines.views), expected);
+    EXPECT_EQ(GeminiTranscript::parse(lines.views), (TranscriptReading{.model = "gemini-3-flash-preview",
+                                                                       .contextUsed = 11855,
+                                                                       .contextWindow = 1048576,
+                                                                       .phase = AgentPhase::turnEnded,
+                                                                       .sessionTitle = "Say hello"}));
 }
 
 TEST(GeminiTranscript, PhaseOfTheNewestRecord) {
@@ -108,13 +106,12 @@ TEST(GeminiTranscript, RecordsWithoutIdOrWithZeroTokensAreSkipped) {
 TEST(GeminiTranscript, LegacyDocumentReadsItsMessagesFromTheEnd) {
     std::string document = R"({"sessionId":"s","messages":[)" + user("m1", R"("Run a command")") + "," +
                            gemini("m2", R"("")", R"(,"toolCalls":[{"status":"executing"}])" + tokens) + "]}";
-    TranscriptReading expected;
-    expected.phase = AgentPhase::running;
-    expected.contextUsed = 11855;
-    expected.model = "gemini-3-flash-preview";
-    expected.contextWindow = 1048576;
-    expected.sessionTitle = "Run a command";
-    EXPECT_EQ(GeminiTranscript::parseLegacyDocument(document), expected);
+    EXPECT_EQ(GeminiTranscript::parseLegacyDocument(document),
+              (TranscriptReading{.model = "gemini-3-flash-preview",
+                                 .contextUsed = 11855,
+                                 .contextWindow = 1048576,
+                                 .phase = AgentPhase::running,
+                                 .sessionTitle = "Run a command"}));
     EXPECT_EQ(GeminiTranscript::parseLegacyDocument(R"({"messages":{}})"), std::nullopt);
     EXPECT_EQ(GeminiTranscript::parseLegacyDocument("[1,2]"), std::nullopt);
 }
@@ -126,7 +123,7 @@ TEST(GeminiTranscript, ContextWindowByModel) {
     EXPECT_EQ(GeminiTranscript::contextWindow("gemini-2.5-pro"), 1048576);
 }
 
-TEST(GeminiTranscript, ProjectSlugAndDirectories) {
+TEST(GeminiTranscript, ProjectSlugHashAndDirectories) {
     struct Case {
         std::string path, slug;
     };
@@ -150,10 +147,7 @@ TEST(GeminiTranscript, ProjectSlugAndDirectories) {
     ASSERT_EQ(candidates.size(), 2u);
     EXPECT_EQ(candidates[0], "/home/me/.gemini/tmp/x/chats");
     EXPECT_EQ(candidates[1], "/home/me/.gemini/tmp/" + GeminiTranscript::projectHash("/w/x") + "/chats");
-}
-
-TEST(GeminiTranscript, ProjectHashIsSha256OfThePathAsGiven) {
-    // Reference digests from sha256sum.
+    // The hash is SHA-256 of the path as given (reference digests from sha256sum).
     EXPECT_EQ(GeminiTranscript::projectHash("/tmp/repo"),
               "b6fe87a9b936bea650481980f473639b9dd1934ddab7f48221cd6b9ab5ffc1f4");
     EXPECT_EQ(GeminiTranscript::projectHash(""),
@@ -173,13 +167,7 @@ TEST(GeminiTranscript, RegistryMapsTheCanonicalPathToAFolder) {
     EXPECT_EQ(GeminiTranscript::transcriptDirectory("/none", registry, "/home/me"), std::nullopt);
 }
 
-TEST(GeminiTranscript, RootMarkerOwnsTheProjectByCanonicalPath) {
-    EXPECT_TRUE(GeminiTranscript::directoryOwnsProject("/Home/Me/App/\n", "/home/me/app"));
-    EXPECT_FALSE(GeminiTranscript::directoryOwnsProject("  \n", "/home/me/app"));
-    EXPECT_FALSE(GeminiTranscript::directoryOwnsProject("/home/me/other", "/home/me/app"));
-}
-
-TEST(GeminiTranscript, HeadLinesDecideOwnershipAndSubagents) {
+TEST(GeminiTranscript, HeadLinesMarkersAndFileNamesDecideOwnership) {
     std::string asGiven = GeminiTranscript::projectHash("/Home/App");
     std::string canonical = GeminiTranscript::projectHash("/home/app");
     Lines byGiven{R"({"sessionId":"s","projectHash":")" + asGiven + R"(","kind":"main"})"};
@@ -193,13 +181,15 @@ TEST(GeminiTranscript, HeadLinesDecideOwnershipAndSubagents) {
     Lines main{R"({"sessionId":"s","kind":"main"})", R"({"kind":"subagent"})"};
     EXPECT_TRUE(GeminiTranscript::isSubagentTranscript(subagent.views));
     EXPECT_FALSE(GeminiTranscript::isSubagentTranscript(main.views));
-}
 
-TEST(GeminiTranscript, SessionFileNames) {
-    EXPECT_TRUE(GeminiTranscript::isSessionFile("session-2025-12-16T23-47-b4f1.jsonl"));
-    EXPECT_TRUE(GeminiTranscript::isSessionFile("session-x.json"));
-    EXPECT_FALSE(GeminiTranscript::isSessionFile("logs.json"));
-    EXPECT_FALSE(GeminiTranscript::isSessionFile("session-x.jsonl.bak"));
+    // A folder's root marker owns the project by canonical path.
+    EXPECT_TRUE(GeminiTranscript::directoryOwnsProject("/Home/Me/App/\n", "/home/me/app"));
+    EXPECT_FALSE(GeminiTranscript::directoryOwnsProject("  \n", "/home/me/app"));
+    EXPECT_FALSE(GeminiTranscript::directoryOwnsProject("/home/me/other", "/home/me/app"));
+    for (const char* name : {"session-2025-12-16T23-47-b4f1.jsonl", "session-x.json"})
+        EXPECT_TRUE(GeminiTranscript::isSessionFile(name)) << name;
+    for (const char* name : {"logs.json", "session-x.jsonl.bak"})
+        EXPECT_FALSE(GeminiTranscript::isSessionFile(name)) << name;
 }
 
 } // namespace

@@ -107,7 +107,7 @@ TEST(ToolTraceTest, TargetIsTheFirstKeyHoldingTextAndIsCutTo300Characters) {
     }
 }
 
-TEST(ToolTraceTest, ClaudeLinesThatDoNotDecodeAreReadRaw) {
+TEST(ToolTraceTest, LinesThatDoNotDecodeOrAreHugeAreReadRaw) {
     // A torn last line, as a live tail shows it, and a huge result line of which only the ends
     // are read.
     std::string torn =
@@ -125,17 +125,26 @@ TEST(ToolTraceTest, ClaudeLinesThatDoNotDecodeAreReadRaw) {
     EXPECT_DOUBLE_EQ(*events[0].durationSeconds, 9.0);
     ASSERT_TRUE(events[0].error);
     EXPECT_LE(events[0].error->size(), ToolTrace::errorLimit * 3 + 3);
-}
 
-TEST(ToolTraceTest, RawIdentifiersLongerThanTheLimitEndInAnEllipsis) {
-    std::string torn = R"({"message":{"content":[{"type":"tool_use","id":")" + std::string(120, 'i') +
-                       R"(","name":"Read","input":{"file_path":"/x)";
-    auto events = eventsOf({torn}, Provider::claude);
+    // An identifier longer than the limit ends in an ellipsis; a path that ran off the end of the
+    // line is marked as cut, so no file counts it.
+    events = eventsOf({R"({"message":{"content":[{"type":"tool_use","id":")" + std::string(120, 'i') +
+                       R"(","name":"Read","input":{"file_path":"/x)"},
+                      Provider::claude);
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].id, std::string(95, 'i') + "…");
-    // The path ran off the end of the line: it is marked as cut, so no file counts it.
     EXPECT_EQ(events[0].target, "/x…");
     EXPECT_TRUE(ToolTrace::filesTouched(events, std::nullopt).empty());
+
+    // A huge Codex output is closed from its ends.
+    events = eventsOf(
+        {R"({"type":"response_item","payload":{"type":"function_call","name":"exec_command","arguments":"{\"cmd\":\"cat log\"}","call_id":"c9"}})",
+         R"({"type":"response_item","payload":{"type":"function_call_output","call_id":"c9","output":"{\"output\":\")" +
+             std::string(ToolTrace::largeLineBytes, 'y') + R"(\",\"metadata\":{\"exit_code\":1}}"}})"},
+        Provider::codex);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].succeeded, false);
+    EXPECT_TRUE(events[0].error.has_value());
 }
 
 TEST(ToolTraceTest, CodexCallsPairWithOutputsAndShellsFailByExitCode) {
@@ -189,18 +198,6 @@ TEST(ToolTraceTest, LongStringsAreShortenedWithoutBreakingTheLine) {
     }
 }
 
-TEST(ToolTraceTest, CodexHugeOutputIsClosedFromItsEnds) {
-    std::string call =
-        R"({"type":"response_item","payload":{"type":"function_call","name":"exec_command","arguments":"{\"cmd\":\"cat log\"}","call_id":"c9"}})";
-    std::string output =
-        R"({"type":"response_item","payload":{"type":"function_call_output","call_id":"c9","output":"{\"output\":\")" +
-        std::string(ToolTrace::largeLineBytes, 'y') + R"(\",\"metadata\":{\"exit_code\":1}}"}})";
-    auto events = eventsOf({call, output}, Provider::codex);
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].succeeded, false);
-    EXPECT_TRUE(events[0].error.has_value());
-}
-
 TEST(ToolTraceTest, GeminiCallsCarryTheirStatusAndARewrittenRecordClosesThem) {
     auto events = eventsOf(
         {
@@ -224,7 +221,7 @@ TEST(ToolTraceTest, GeminiCallsCarryTheirStatusAndARewrittenRecordClosesThem) {
     EXPECT_DOUBLE_EQ(*events[2].durationSeconds, 4.0);
 }
 
-TEST(ToolTraceTest, ALegacyGeminiDocumentPassedWholeGivesItsCalls) {
+TEST(ToolTraceTest, AWholeTextIsSplitIntoLinesUnlessItIsALegacyGeminiDocument) {
     std::string document = R"({
   "sessionId": "s",
   "messages": [
@@ -236,14 +233,12 @@ TEST(ToolTraceTest, ALegacyGeminiDocumentPassedWholeGivesItsCalls) {
     auto events = eventsOf({document}, Provider::gemini);
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].target, "/p");
-}
 
-TEST(ToolTraceTest, WholeTextOverloadSplitsLinesLikeTheLineOverload) {
     std::string text =
         R"({"type":"assistant","message":{"content":[{"type":"tool_use","id":"a","name":"Read","input":{"path":"x"}}]}})"
         "\n\nnot json\n"
         R"({"type":"assistant","message":{"content":[{"type":"tool_use","id":"b","name":"Read","input":{"path":"y"}}]}})";
-    auto events = ToolTrace::events(std::string_view(text), Provider::claude);
+    events = ToolTrace::events(std::string_view(text), Provider::claude);
     ASSERT_EQ(events.size(), 2u);
     EXPECT_EQ(events[1].target, "y");
 }
@@ -344,7 +339,7 @@ TEST(ToolTraceTest, SensitiveTouchesAreWritesToSecretsAndDestructiveCommands) {
     EXPECT_EQ(touches[1].id, "3");
 }
 
-TEST(ToolTraceTest, SummarizeCountsEveryFacetInOnePass) {
+TEST(ToolTraceTest, SummarizeCountsEveryFacetInOnePassAndRecentKeepsTheLastInOrder) {
     std::vector<ToolEvent> events = {
         event("1", "Read", "/a"),
         event("2", "Read", "/a", std::nullopt, false),
@@ -366,17 +361,13 @@ TEST(ToolTraceTest, SummarizeCountsEveryFacetInOnePass) {
     EXPECT_EQ(summary.running, 1);
     EXPECT_EQ(summary.topTools, (std::vector<ToolFrequency>{{"Bash", 2}, {"Read", 2}}));
     EXPECT_TRUE(ToolTrace::summarize(events, -3).topTools.empty());
-}
 
-TEST(ToolTraceTest, RecentKeepsTheLastEventsInOrder) {
-    std::vector<ToolEvent> events = {event("1", "Read", "a"), event("2", "Read", "b"),
-                                     event("3", "Read", "c")};
     EXPECT_TRUE(ToolTrace::recent(events, 0).empty());
-    EXPECT_EQ(ToolTrace::recent(events, 9).size(), 3u);
+    EXPECT_EQ(ToolTrace::recent(events, 9).size(), 7u);
     auto last = ToolTrace::recent(events, 2);
     ASSERT_EQ(last.size(), 2u);
-    EXPECT_EQ(last[0].id, "2");
-    EXPECT_EQ(last[1].id, "3");
+    EXPECT_EQ(last[0].id, "6");
+    EXPECT_EQ(last[1].id, "7");
 }
 
 } // namespace

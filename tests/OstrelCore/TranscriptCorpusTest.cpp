@@ -198,9 +198,6 @@ TEST_F(TranscriptCorpus, ReadingsThatTheSamplesPlainlyShow) {
          "0a1b2c3d-4e5f-4061-8071-2a3b4c5d6e7f/subagents/"
          "agent-a0ad4f44468bdf20d.jsonl",
          ClaudeTranscript::parse, std::nullopt},
-        // The usage is the last turn's, not the running total.
-        {"codex/ccusage-session-alpha.jsonl", CodexTranscript::parse,
-         TranscriptReading{.model = "gpt-5.3-codex", .contextUsed = 2800}},
         {"codex/agentsessions-large.jsonl", CodexTranscript::parse,
          TranscriptReading{.model = "gpt-5.2",
                            .contextUsed = 12273,
@@ -235,54 +232,39 @@ TEST_F(TranscriptCorpus, ReadingsThatTheSamplesPlainlyShow) {
 }
 
 TEST_F(TranscriptCorpus, FeedEntriesThatTheSamplesPlainlyShow) {
+    const std::string rollout = "codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl";
     struct Case {
-        const char* file;
+        std::string file;
         Provider provider;
-        std::size_t count;
-        std::size_t index;
+        std::size_t count, index;
         Role role;
-        std::optional<std::string> tool, target, text;
+        std::optional<std::string> tool, target;
     };
     const Case cases[] = {
         {"claude/agentsview-tool_call_pending.jsonl", Provider::claude, 3, 2, Role::tool, "Read",
-         "src/auth.ts", std::nullopt},
-        {"claude/agentsessions-large.jsonl", Provider::claude, 10, 0, Role::user, std::nullopt, std::nullopt,
-         "Start"},
-        {"claude/agentsessions-large.jsonl", Provider::claude, 10, 2, Role::tool, "bash", std::nullopt,
-         std::nullopt},
-        {"codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl", Provider::codex, 5, 0, Role::user,
-         std::nullopt, std::nullopt, std::nullopt},
-        {"codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl", Provider::codex, 5, 1, Role::tool,
-         std::nullopt, "find . -maxdepth 1 -type f", std::nullopt},
-        {"codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl", Provider::codex, 5, 2, Role::tool,
-         "apply_patch", "gamma.txt", std::nullopt},
-        {"codex/claudecodelog-rollout-2026-01-02T03-04-05-11111111.jsonl", Provider::codex, 5, 4,
-         Role::assistant, std::nullopt, std::nullopt, std::nullopt},
+         "src/auth.ts"},
+        {"claude/agentsessions-large.jsonl", Provider::claude, 10, 2, Role::tool, "bash", std::nullopt},
+        {rollout, Provider::codex, 5, 2, Role::tool, "apply_patch", "gamma.txt"},
+        {rollout, Provider::codex, 5, 4, Role::assistant, std::nullopt, std::nullopt},
         {"gemini/agentsessions-jsonl_v040.jsonl", Provider::gemini, 3, 1, Role::tool, "run_shell_command",
-         "ls -F", std::nullopt},
+         "ls -F"},
         // A subagent's transcript is all sidechain.
-        {"claude/agentsessions-subagent-tree/"
-         "0a1b2c3d-4e5f-4061-8071-2a3b4c5d6e7f/subagents/"
+        {"claude/agentsessions-subagent-tree/0a1b2c3d-4e5f-4061-8071-2a3b4c5d6e7f/subagents/"
          "agent-a0ad4f44468bdf20d.jsonl",
-         Provider::claude, 0, 0, Role::user, std::nullopt, std::nullopt, std::nullopt},
+         Provider::claude, 0, 0, Role::user, std::nullopt, std::nullopt},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.file) + " #" + std::to_string(c.index));
+        SCOPED_TRACE(c.file + " #" + std::to_string(c.index));
         auto entries = TranscriptFeed::entries(load(c.file).lines, c.provider, 50);
         ASSERT_EQ(entries.size(), c.count);
         if (c.count == 0) continue;
-        const auto& entry = entries.at(c.index);
-        EXPECT_EQ(entry.role, c.role);
-        if (c.tool) {
-            EXPECT_EQ(entry.tool, c.tool);
-        }
-        if (c.target) {
-            EXPECT_EQ(entry.target, c.target);
-        }
-        if (c.text) {
-            EXPECT_EQ(entry.text, *c.text);
-        }
+        EXPECT_EQ(entries.at(c.index).role, c.role);
+        EXPECT_EQ(entries.at(c.index).tool, c.tool);
+        EXPECT_EQ(c.target ? entries.at(c.index).target : std::nullopt, c.target); // none: not checked
     }
+    EXPECT_EQ(
+        TranscriptFeed::entries(load("claude/agentsessions-large.jsonl").lines, Provider::claude, 50)[0].text,
+        "Start");
     EXPECT_EQ(TranscriptFeed::legacyGeminiEntries(readFile(folder / "gemini/agentsessions-large.json"), 50)
                   .back()
                   .text,
@@ -301,10 +283,6 @@ TEST_F(TranscriptCorpus, ToolCallsThatTheSamplesPlainlyShowAreFound) {
         std::optional<bool> succeeded;
         std::string_view errorPart = {};
     } facts[] = {
-        {"claude/simonw-sample_session.jsonl", ToolProvider::claude, "toolu_001", "Write",
-         ToolCategory::write, "/project/hello.py", true},
-        {"claude/claudecodelog-representative_messages.jsonl", ToolProvider::claude, "tool_002", "Bash",
-         ToolCategory::execute, "python /tmp/decorator_example.py", true},
         {"claude/claudecodelog-edge_cases.jsonl", ToolProvider::claude, "tool_edge_001", "FailingTool",
          ToolCategory::other, std::nullopt, false, "Command not found"},
         {"claude/agentsview-tool_call_pending.jsonl", ToolProvider::claude, "toolu_orphan", "Read",

@@ -55,13 +55,6 @@ std::string toolResult(std::string_view id, std::string_view extra) {
     return R"({"tool_use_id":")" + std::string(id) + R"(","type":"tool_result",)" + std::string(extra) + "}";
 }
 
-TEST(TranscriptFeed, LimitBelowOneGivesNothing) {
-    Lines lines{claudeUser("u1", jsonText("hello"))};
-    EXPECT_TRUE(feed(lines, Provider::claude, 0).empty());
-    EXPECT_TRUE(feed(lines, Provider::claude, -3).empty());
-    EXPECT_EQ(feed(lines, Provider::claude, 1).size(), 1u);
-}
-
 TEST(TranscriptFeed, ClaudeRecordBecomesUserAssistantAndToolEntries) {
     Lines lines{claudeUser("u0", jsonText("Read the auth module")),
                 claudeAssistant(
@@ -234,7 +227,7 @@ TEST(TranscriptFeed, ResultForACallCutFromTheBufferChangesNothing) {
     EXPECT_EQ(all.front().text, "boom");
 }
 
-TEST(TranscriptFeed, HugeLimitIsTrimmedByTheCap) {
+TEST(TranscriptFeed, LimitIsKeptBetweenNothingAndTheCap) {
     std::vector<std::string> lines;
     for (int i = 0; i < 20100; ++i)
         lines.push_back(codex(R"({"type":"agent_message","message":"m)" + std::to_string(i) + R"("})"));
@@ -242,6 +235,9 @@ TEST(TranscriptFeed, HugeLimitIsTrimmedByTheCap) {
     ASSERT_EQ(entries.size(), 10000u);
     EXPECT_EQ(entries.back().text, "m20099");
     EXPECT_EQ(entries.front().text, "m10100");
+    for (int limit : {0, -3})
+        EXPECT_TRUE(TranscriptFeed::entries(Lines(lines).views, Provider::codex, limit).empty()) << limit;
+    EXPECT_EQ(TranscriptFeed::entries(Lines(lines).views, Provider::codex, 1).size(), 1u);
 }
 
 TEST(TranscriptFeed, CodexRecords) {
@@ -359,12 +355,10 @@ TEST(TranscriptFeed, HugeLinesAreReadRaw) {
     auto g = feed(geminiLines, Provider::gemini);
     ASSERT_EQ(g.size(), 2u);
     EXPECT_EQ(g[1], (Entry{"g1#1", Role::error, "", "read_file", "a", std::nullopt}));
-}
 
-TEST(TranscriptFeed, LargeLineIsSearchedOnlyAtItsEnds) {
+    // Only the ends of a large line are searched for its type.
     std::string middle = std::string(20000, 'a') + R"("type":"user")" + std::string(20000, 'a');
-    Lines lines{R"({"pad":")" + middle + R"(","uuid":"x"})"};
-    EXPECT_TRUE(feed(lines, Provider::claude).empty());
+    EXPECT_TRUE(feed(Lines{R"({"pad":")" + middle + R"(","uuid":"x"})"}, Provider::claude).empty());
 }
 
 TEST(TranscriptFeed, EntryJSONRoundTrips) {

@@ -204,10 +204,11 @@ TEST_F(LocalProcessTest, EndOfFileWithoutExitStopsSendsUntilTheExitReportComes) 
     EXPECT_EQ(recorder->exitCode(), 0);
 }
 
-TEST_F(LocalProcessTest, ChildSeesItsExecNameTheStartingSizeAndLaterResizes) {
+TEST_F(LocalProcessTest, ChildSeesItsExecNameTheStartingSizeAndLaterResizesAndHostLoggingDumpsEachChunk) {
     auto recorder = std::make_shared<Recorder>();
     recorder->size = {40, 120, 0, 0};
     auto process = LocalProcess::create(recorder);
+    process->setHostLogging(directory);
     process->startProcess("/bin/sh", {"-c", "echo \"[$0]\"; stty size; read x; stty size"}, std::nullopt,
                           "-sh");
     ASSERT_TRUE(runUntil([&] { return recorder->contains("40 120\r\n"); }));
@@ -217,6 +218,10 @@ TEST_F(LocalProcessTest, ChildSeesItsExecNameTheStartingSizeAndLaterResizes) {
     send(*process, "\n");
     ASSERT_TRUE(runUntil([&] { return finished(*process, *recorder); }));
     EXPECT_TRUE(recorder->contains("33 101\r\n")) << recorder->text();
+    std::string dumped;
+    for (int n = 0; auto piece = folder.read("log-" + std::to_string(n)); ++n)
+        dumped += *piece;
+    EXPECT_EQ(dumped, recorder->text());
 }
 
 TEST_F(LocalProcessTest, LargeInputReachesTheChildWholeAndInOrder) {
@@ -276,17 +281,7 @@ TEST_F(LocalProcessTest, TerminateOrDestroyReportsNothingAndLeavesNoZombie) {
     EXPECT_FALSE(never->running());
 }
 
-TEST_F(LocalProcessTest, HostLoggingDumpsEachChunkAndReportsFailuresWithoutLosingData) {
-    auto recorder = std::make_shared<Recorder>();
-    auto process = LocalProcess::create(recorder);
-    process->setHostLogging(directory);
-    startShell(*process, "printf 'one two three'");
-    ASSERT_TRUE(runUntil([&] { return finished(*process, *recorder); }));
-    std::string dumped;
-    for (int n = 0; auto piece = folder.read("log-" + std::to_string(n)); ++n)
-        dumped += *piece;
-    EXPECT_EQ(dumped, "one two three");
-
+TEST_F(LocalProcessTest, HostLoggingReportsFailuresWithoutLosingData) {
     auto failing = std::make_shared<Recorder>();
     auto other = LocalProcess::create(failing);
     other->setHostLogging(directory + "/missing");

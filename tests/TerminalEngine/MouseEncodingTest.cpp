@@ -73,8 +73,6 @@ const MouseCase mouseCases[] = {
     {"SgrPress", "\x1b[?1000h\x1b[?1006h", mouse(A::press, B::left, 9, 4), "\x1b[<0;10;5M"},
     {"SgrLeftReleaseKeepsButton", "\x1b[?1000h\x1b[?1006h", mouse(A::release, B::left, 9, 4),
      "\x1b[<0;10;5m"},
-    {"SgrRightReleaseKeepsButton", "\x1b[?1000h\x1b[?1006h", mouse(A::release, B::right, 9, 4),
-     "\x1b[<2;10;5m"},
     {"SgrWheelDown", "\x1b[?1000h\x1b[?1006h", mouse(A::press, B::wheelDown), "\x1b[<65;1;1M"},
     {"SgrLargeColumn", "\x1b[?1000h\x1b[?1006h", mouse(A::press, B::left, 2999, 0), "\x1b[<0;3000;1M"},
     {"SgrDragWithShift", "\x1b[?1002h\x1b[?1006h",
@@ -88,17 +86,6 @@ const MouseCase mouseCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Terminal, MouseEncoding, ::testing::ValuesIn(mouseCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST(MouseEncoding, ButtonByteAddsModifiersOnlyOutsideX10) {
-    TerminalHarness h;
-    h.feed("\x1b[?9h");
-    EXPECT_EQ(h.terminal->encodeButton(0, false, true, true, true), 0);
-    EXPECT_EQ(h.terminal->encodeButton(4, false, false, false, false), 64);
-    h.feed("\x1b[?1000h");
-    EXPECT_EQ(h.terminal->encodeButton(0, false, true, true, true), 28);
-    EXPECT_EQ(h.terminal->encodeButton(2, true, false, false, true), 19);
-    EXPECT_EQ(h.terminal->encodeButton(5, false, false, false, false), 65);
-}
 
 TEST(MouseEncoding, SendEventTellsReleasesBySgrFinal) {
     TerminalHarness h;

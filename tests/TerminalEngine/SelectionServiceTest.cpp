@@ -44,12 +44,8 @@ const WordCase wordCases[] = {
     {"MismatchedBracketFallsBackToTheRun", 20, "a(b]c", {1, 0}, "("},
     {"FileNameIsOneWord", 30, "see foo.bar-baz_1 now", {6, 0}, "foo.bar-baz_1"},
     {"WordFollowsASoftWrap", 6, "abc defghij k", {4, 0}, "defghij"},
-    {"WideLettersAreWordCharacters",
-     20,
-     "x \xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e y",
-     {5, 0},
-     "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e"},
-    {"AccentedWord", 20, "un caf\xc3\xa9 noir", {4, 0}, "caf\xc3\xa9"},
+    {"WideLettersAreWordCharacters", 20, "x 日本語 y", {5, 0}, "日本語"},
+    {"AccentedWord", 20, "un café noir", {4, 0}, "café"},
     {"RunOfTheSameCharacter", 20, "a====b", {2, 0}, "===="},
     {"RunStopsAtADifferentSymbol", 20, "a==++b", {1, 0}, "=="},
 };
@@ -78,12 +74,7 @@ TEST(SelectionService, SelectedTextFollowsWrapsWidthsAndBlanks) {
     const Case cases[] = {
         {"no line break at a soft wrap", 5, "hello world\r\nnext", {0, 0}, {4, 3}, "hello world\nnext"},
         // The third wide character does not fit in the last column and wraps whole.
-        {"wide characters read once",
-         5,
-         "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!",
-         {0, 0},
-         {5, 1},
-         "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e!"},
+        {"wide characters read once", 5, "日本語!", {0, 0}, {5, 1}, "日本語!"},
         {"trailing blanks of a hard line dropped", 20, "ab   \r\ncd", {0, 0}, {2, 1}, "ab\ncd"},
         {"chosen spaces kept", 20, "ab   \r\ncd", {0, 0}, {3, 0}, "ab "},
         {"empty cells read as the null character", 20, "a\x1b[3Cb", {0, 0}, {20, 0}, "a...b"},
