@@ -279,52 +279,23 @@ TEST(ToolTraceTest, FilesTouchedCountsEditsAndSortsNewestFirst) {
 }
 
 TEST(ToolTraceTest, SensitivePathsFollowTheRulesInOrder) {
-    struct Case {
-        std::string_view path;
-        bool expected;
-    } cases[] = {
-        {".env", true},
-        {"app/.env.local", true},
-        {".env.example", false},
-        {"config/.ENV.Production", true},
-        {"id_rsa", true},
-        {"id_rsa.pub", false},
-        {".ssh/config.pub", false},
-        {"home/.ssh/config", true},
-        {"secrets/a", true},
-        {"notes/my-secrets.txt", false},
-        {"secrets.yaml", true},
-        {"aws_credentials.json", true},
-        {"certs/server.PEM", true},
-        {"src/keyboard.ts", false},
-        {".github/workflows/ci.yml", true},
-        {"/", false},
-        {"", false},
-        {"README.md", false},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(ToolTrace::isSensitivePath(c.path), c.expected) << c.path;
+    for (std::string_view path :
+         {".env", "app/.env.local", "config/.ENV.Production", "id_rsa", "home/.ssh/config", "secrets/a",
+          "secrets.yaml", "aws_credentials.json", "certs/server.PEM", ".github/workflows/ci.yml"})
+        EXPECT_TRUE(ToolTrace::isSensitivePath(path)) << path;
+    for (std::string_view path : {".env.example", "id_rsa.pub", ".ssh/config.pub", "notes/my-secrets.txt",
+                                  "src/keyboard.ts", "/", "", "README.md"})
+        EXPECT_FALSE(ToolTrace::isSensitivePath(path)) << path;
 }
 
 TEST(ToolTraceTest, DestructiveCommandsIncludeDownloadsPipedIntoAShell) {
-    struct Case {
-        std::string_view command;
-        bool expected;
-    } cases[] = {
-        {"RM -RF build", true},
-        {"git push -f origin main", true},
-        {"psql -c 'DROP TABLE users'", true},
-        {"curl http://x | shasum", false},
-        {"wget -qO- x | sh", true},
-        {"curl x | sudo bash -s", true},
-        {"curl x |   zsh", true},
-        {"curl x | shellcheck -", false},
-        {"cat install.sh | sh", false}, // no download
-        {"curl -O x && sh x", false},
-        {"rm -r build", false},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(ToolTrace::isDestructiveCommand(c.command), c.expected) << c.command;
+    for (std::string_view command : {"RM -RF build", "git push -f origin main", "psql -c 'DROP TABLE users'",
+                                     "wget -qO- x | sh", "curl x | sudo bash -s", "curl x |   zsh"})
+        EXPECT_TRUE(ToolTrace::isDestructiveCommand(command)) << command;
+    // A pipe into a shell counts only behind a download.
+    for (std::string_view command : {"curl http://x | shasum", "curl x | shellcheck -", "cat install.sh | sh",
+                                     "curl -O x && sh x", "rm -r build"})
+        EXPECT_FALSE(ToolTrace::isDestructiveCommand(command)) << command;
 }
 
 TEST(ToolTraceTest, SensitiveTouchesAreWritesToSecretsAndDestructiveCommands) {

@@ -58,23 +58,37 @@ TEST(Color, LabConversionMatchesReferenceValues) {
     EXPECT_EQ(Color::fromLab({-20, 0, 0}), rgb(0x000000));
 }
 
-TEST(Color, XtermStrategyUsesTheFixedCubeAndGreyRamp) {
+// With the default colours: the xterm table has the fixed cube and grey ramp, the blended one has
+// the theme's colours at the cube's corners (index 16 + 36 r + 6 g + b, r, g, b in {0, 5}; ANSI bit 0
+// is red). Both keep the sixteen base colours.
+TEST(Color, XtermTableIsTheFixedCubeAndBlendedOneHasTheThemeAtTheCorners) {
     const auto installed = Color::defaultInstalledColors;
-    const auto table = Color::ansi256Palette(installed, Color::defaultForeground, Color::defaultBackground,
-                                             Ansi256PaletteStrategy::xterm);
-    struct Case {
-        int index;
-        std::uint32_t expected;
+    const auto palette = [&](Ansi256PaletteStrategy strategy) {
+        return Color::ansi256Palette(installed, Color::defaultForeground, Color::defaultBackground, strategy);
     };
-    const Case cases[] = {
+    const auto xterm = palette(Ansi256PaletteStrategy::xterm),
+               lab = palette(Ansi256PaletteStrategy::base16Lab);
+    const std::pair<std::size_t, std::uint32_t> fixed[] = {
         {16, 0x000000},  {17, 0x00005f},  {21, 0x0000ff},  {22, 0x005f00},  {46, 0x00ff00},
         {52, 0x5f0000},  {88, 0x870000},  {124, 0xaf0000}, {160, 0xd70000}, {196, 0xff0000},
         {231, 0xffffff}, {232, 0x080808}, {244, 0x808080}, {255, 0xeeeeee},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(table[static_cast<std::size_t>(c.index)], rgb(c.expected)) << c.index;
-    for (std::size_t i = 0; i < 16; ++i)
-        EXPECT_EQ(table[i], installed[i]) << i;
+    for (const auto& [index, expected] : fixed)
+        EXPECT_EQ(xterm[index], rgb(expected)) << index;
+    const std::pair<std::size_t, Color> corners[] = {{16, Color::defaultBackground},
+                                                     {196, installed[1]},
+                                                     {46, installed[2]},
+                                                     {226, installed[3]},
+                                                     {21, installed[4]},
+                                                     {201, installed[5]},
+                                                     {51, installed[6]},
+                                                     {231, Color::defaultForeground}};
+    for (const auto& [index, expected] : corners)
+        EXPECT_TRUE(near(lab[index], expected)) << index;
+    for (std::size_t i = 0; i < 16; ++i) {
+        EXPECT_EQ(xterm[i], installed[i]) << i;
+        EXPECT_EQ(lab[i], installed[i]) << i;
+    }
 }
 
 TEST(Color, Base16LabWithFewerThanEightColoursIsTheXtermTable) {
@@ -95,31 +109,6 @@ TEST(Color, Base16LabWithFewerThanEightColoursIsTheXtermTable) {
     auto table =
         Color::ansi256Palette(full, lightForeground, lightBackground, Ansi256PaletteStrategy::base16Lab);
     EXPECT_TRUE(std::equal(table.begin(), table.end(), full.begin()));
-}
-
-TEST(Color, Base16LabCornersAreTheThemeColours) {
-    const auto installed = Color::defaultInstalledColors;
-    const auto table = Color::ansi256Palette(installed, Color::defaultForeground, Color::defaultBackground,
-                                             Ansi256PaletteStrategy::base16Lab);
-    // Cube index 16 + 36 r + 6 g + b at the corners r, g, b in {0, 5}; ANSI bit 0 is red.
-    struct Case {
-        int index;
-        Color expected;
-    };
-    const Case cases[] = {
-        {16, Color::defaultBackground},
-        {196, installed[1]},
-        {46, installed[2]},
-        {226, installed[3]},
-        {21, installed[4]},
-        {201, installed[5]},
-        {51, installed[6]},
-        {231, Color::defaultForeground},
-    };
-    for (const auto& c : cases)
-        EXPECT_TRUE(near(table[static_cast<std::size_t>(c.index)], c.expected)) << c.index;
-    for (std::size_t i = 0; i < 16; ++i)
-        EXPECT_EQ(table[i], installed[i]) << i;
 }
 
 TEST(Color, Base16LabRunsDarkToLightEvenForALightTheme) {
@@ -157,21 +146,12 @@ TEST(Color, ParsesColourNames) {
         {"RGB:1/2/3", Color(0x1111, 0x2222, 0x3333)},
         // Every part is scaled as if it had as many digits as the longest one.
         {"rgb:f/ff/fff", Color(0x00F0, 0x0FF0, 0xFFFF)},
-        {"", std::nullopt},
-        {"#ab", std::nullopt},
-        {"#abcd", std::nullopt},
-        {"#ggg", std::nullopt},
-        {" #abc", std::nullopt},
-        {"#abc ", std::nullopt},
-        {"rgb:1/2", std::nullopt},
-        {"rgb:1/2/3/4", std::nullopt},
-        {"rgb:1/2/", std::nullopt},
-        {"rgb:12345/0/0", std::nullopt},
-        {"rgb:0x1/0/0", std::nullopt},
-        {"red", std::nullopt},
     };
     for (const auto& c : cases)
         EXPECT_EQ(Color::parse(c.text), c.expected) << '"' << c.text << '"';
+    for (const char* text : {"", "#ab", "#abcd", "#ggg", " #abc", "#abc ", "rgb:1/2", "rgb:1/2/3/4",
+                             "rgb:1/2/", "rgb:12345/0/0", "rgb:0x1/0/0", "red"})
+        EXPECT_EQ(Color::parse(text), std::nullopt) << '"' << text << '"';
 }
 
 } // namespace
