@@ -402,8 +402,7 @@ private:
             if (placeInside(text[0], 1, rightEdge())) return;
         } else if (count <= 32) {
             if (CharData* at = cellsInside(static_cast<int>(count), rightEdge())) {
-                for (std::size_t k = 0; k < count; ++k)
-                    storeCell(at + k, curAttr, text[k], 1);
+                storeAsciiCells(at, curAttr, text, count);
                 buffer->x += static_cast<int>(count);
                 lastPrintedCode_ = text[count - 1];
                 lastPrintedWidth_ = 1;
