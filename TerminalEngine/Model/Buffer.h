@@ -98,7 +98,8 @@ public:
     bool insertMode = false;
     bool marginMode = false;
     bool wraparound = true;
-    std::function<void(bool)> scroll = [](bool) {};
+    // Run after every scroll of this buffer (with whether the new line continues a wrap), when set.
+    std::function<void(bool)> scroll;
     std::optional<Storage> lastBufferStorage;
     int tabStopWidth = 8;
     const bool isAlternate;

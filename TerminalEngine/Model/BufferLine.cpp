@@ -7,6 +7,10 @@
 #include <cstdio>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace TerminalEngine {
 namespace {
 
@@ -19,29 +23,33 @@ bool isScalar(std::int32_t code) {
 } // namespace
 
 void BufferLine::fillCells(CharData* cells, const CharData& value, int count) {
-    if (count <= 0) return;
-    // Two cells make a 48-byte block that repeats; it is written as three 16-byte stores from
-    // registers, which beats both a cell-by-cell copy and a chain of growing memcpys on short rows.
-    unsigned char block[2 * sizeof(CharData)];
-    std::memcpy(block, &value, sizeof(CharData));
-    std::memcpy(block + sizeof(CharData), &value, sizeof(CharData));
-    auto* out = reinterpret_cast<unsigned char*>(cells);
-    int pairs = count / 2;
-    for (; pairs >= 2; pairs -= 2, out += 2 * sizeof block) {
-        std::memcpy(out, block, 16);
-        std::memcpy(out + 16, block + 16, 16);
-        std::memcpy(out + 32, block + 32, 16);
-        std::memcpy(out + 48, block, 16);
-        std::memcpy(out + 64, block + 16, 16);
-        std::memcpy(out + 80, block + 32, 16);
+#if defined(__SSE2__)
+    if (count >= 4) {
+        // Two cells are 48 bytes, three 16-byte words from registers; four cells repeat from any
+        // cell on. The last four end exactly at `count`, overlapping the block before them, so
+        // that no branch depends on the remainder.
+        static_assert(sizeof(CharData) == 24);
+        const auto* in = reinterpret_cast<const unsigned char*>(&value);
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        const __m128i third = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 8));
+        const __m128i second = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + 16)),
+                                                  _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in)));
+        auto put = [&](CharData* at) {
+            auto* out = reinterpret_cast<__m128i*>(at);
+            _mm_storeu_si128(out, first);
+            _mm_storeu_si128(out + 1, second);
+            _mm_storeu_si128(out + 2, third);
+            _mm_storeu_si128(out + 3, first);
+            _mm_storeu_si128(out + 4, second);
+            _mm_storeu_si128(out + 5, third);
+        };
+        for (int k = 0; k + 4 <= count; k += 4)
+            put(cells + k);
+        put(cells + count - 4);
+        return;
     }
-    if (pairs == 1) {
-        std::memcpy(out, block, 16);
-        std::memcpy(out + 16, block + 16, 16);
-        std::memcpy(out + 32, block + 32, 16);
-        out += sizeof block;
-    }
-    if (count % 2 != 0) std::memcpy(out, &value, sizeof(CharData));
+#endif
+    if (count > 0) std::fill_n(cells, count, value);
 }
 
 BufferLine::BufferLine(int cols, const CharData& fillData, bool isWrapped)

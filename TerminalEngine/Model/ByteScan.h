@@ -14,9 +14,6 @@ namespace TerminalEngine::ByteScan {
 // Index of the first byte below 0x20 (a C0 control) at or after `from`, or `size`.
 inline std::size_t firstControl(const std::uint8_t* p, std::size_t from, std::size_t size) {
     std::size_t i = from;
-    // Short runs (a character between two cursor moves) end before a vector load pays off.
-    for (std::size_t stop = i + 4 < size ? i + 4 : size; i < stop; ++i)
-        if (p[i] < 0x20) return i;
 #if defined(__SSE2__)
     const __m128i high = _mm_set1_epi8(static_cast<char>(0xE0));
     const __m128i zero = _mm_setzero_si128();
@@ -35,18 +32,32 @@ inline std::size_t firstControl(const std::uint8_t* p, std::size_t from, std::si
 // Index of the first byte that is not printable ASCII (0x20..0x7E) at or after `from`, or `size`.
 inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t from, std::size_t size) {
     std::size_t i = from;
-    for (std::size_t stop = i + 4 < size ? i + 4 : size; i < stop; ++i)
-        if (p[i] < 0x20 || p[i] >= 0x7F) return i;
 #if defined(__SSE2__)
-    const __m128i low = _mm_set1_epi8(0x1F);
-    const __m128i del = _mm_set1_epi8(0x7F);
-    for (; i + 16 <= size; i += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        // Signed compares: bytes from 0x80 up are negative and fail the first test.
-        __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, del));
-        int mask = _mm_movemask_epi8(printable) ^ 0xFFFF;
-        if (mask != 0) return i + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+    const __m128i one = _mm_set1_epi8(1);
+    const __m128i space = _mm_set1_epi8(0x20);
+    // Bit k set when byte k of the 16 at `at` is printable. Adding one moves 0x20..0x7E to
+    // 0x21..0x7F, the only bytes then above 0x20 as signed values: 0x7F becomes -128, and bytes
+    // from 0x80 up are negative or zero.
+    auto printable = [&](std::size_t at) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at));
+        return static_cast<std::uint64_t>(
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpgt_epi8(_mm_add_epi8(v, one), space))));
+    };
+    if (i + 16 <= size) {
+        if (std::uint64_t stops = printable(i) ^ 0xFFFF)
+            return i + static_cast<std::size_t>(__builtin_ctzll(stops));
+        i += 16;
     }
+    // A line of text ends within one 64-byte block far more often than not, so that the branch
+    // out of this loop goes the same way nearly every time, whatever the line's length.
+    for (; i + 64 <= size; i += 64) {
+        std::uint64_t stops =
+            ~(printable(i) | printable(i + 16) << 16 | printable(i + 32) << 32 | printable(i + 48) << 48);
+        if (stops != 0) return i + static_cast<std::size_t>(__builtin_ctzll(stops));
+    }
+    for (; i + 16 <= size; i += 16)
+        if (std::uint64_t stops = printable(i) ^ 0xFFFF)
+            return i + static_cast<std::size_t>(__builtin_ctzll(stops));
 #endif
     while (i < size && p[i] >= 0x20 && p[i] < 0x7F)
         ++i;

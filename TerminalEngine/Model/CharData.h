@@ -11,6 +11,10 @@
 #include <optional>
 #include <type_traits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace TerminalEngine {
 
 enum class CharacterStyle : std::uint8_t {
@@ -140,6 +144,55 @@ inline void storeCell(CharData* cell, const Attribute& attr, std::int32_t code, 
     auto* out = reinterpret_cast<unsigned char*>(cell);
     std::memcpy(out, &head, sizeof head);
     std::memcpy(out + offsetof(CharData, attribute), &attr, sizeof(Attribute));
+}
+
+// Writes one cell per byte of printable ASCII: attribute `attr`, width 1, no payload. Text is
+// bound by stores, so cells go out as 16-byte stores in address order: the core commits two
+// stores a cycle only while they fall in one cache line. From sixteen characters on, the plain
+// loop below is what compilers turn into whole-vector code with exactly that order (by hand, the
+// stores of a block end up reordered); a tail rewrites the last sixteen cells, the same bytes
+// again, rather than running a loop whose exit the length of each line decides. Shorter runs go
+// by pairs: two cells are 48 bytes, [code0 width0 | attribute low] [attribute high | code1
+// width1] [attribute], and the last cell is written once more whatever the parity.
+inline void storeAsciiCells(CharData* cells, const Attribute& attr, const std::uint8_t* text,
+                            std::size_t count) {
+    static_assert(offsetof(CharData, code) == 0 && offsetof(CharData, width) == 4);
+    static_assert(offsetof(CharData, attribute) == 8 && sizeof(CharData) == 24);
+    static_assert(std::endian::native == std::endian::little);
+    constexpr std::uint64_t widthOne = std::uint64_t{1} << 32;
+    if (count >= 16) {
+        std::uint64_t attrWords[2] = {0, 0};
+        std::memcpy(attrWords, &attr, sizeof(Attribute));
+        auto run = [&](std::size_t from, std::size_t n) {
+            auto* out = reinterpret_cast<unsigned char*>(cells + from);
+            for (std::size_t k = from; k < from + n; ++k, out += sizeof(CharData)) {
+                const std::uint64_t head = widthOne | text[k];
+                std::memcpy(out, &head, 8);
+                std::memcpy(out + 8, &attrWords[0], 8);
+                std::memcpy(out + 16, &attrWords[1], 8);
+            }
+        };
+        run(0, count & ~std::size_t{15});
+        if (count % 16 != 0) run(count - 16, 16);
+        return;
+    }
+    if (count == 0) return;
+#if defined(__SSE2__)
+    const __m128i attribute = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&attr));
+    for (std::size_t k = 0; k + 2 <= count; k += 2) {
+        const __m128i heads =
+            _mm_unpacklo_epi64(_mm_cvtsi64_si128(static_cast<long long>(widthOne | text[k])),
+                               _mm_cvtsi64_si128(static_cast<long long>(widthOne | text[k + 1])));
+        auto* out = reinterpret_cast<__m128i*>(cells + k);
+        _mm_storeu_si128(out, _mm_unpacklo_epi64(heads, attribute));
+        _mm_storeu_si128(out + 1, _mm_unpackhi_epi64(attribute, heads));
+        _mm_storeu_si128(out + 2, attribute);
+    }
+    storeCell(cells + count - 1, attr, text[count - 1], 1);
+#else
+    for (std::size_t k = 0; k < count; ++k)
+        storeCell(cells + k, attr, text[k], 1);
+#endif
 }
 
 } // namespace TerminalEngine

@@ -456,7 +456,7 @@ void Terminal::scroll(bool isWrapped) {
         scrollUpRegion(1);
         b.lines[bottomRow].isWrapped = isWrapped;
     }
-    b.scroll(isWrapped);
+    if (b.scroll) b.scroll(isWrapped);
     if (auto* d = delegate()) d->scrolled(*this, b.yDisp);
 }
 

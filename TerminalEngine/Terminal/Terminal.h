@@ -389,10 +389,10 @@ private:
         lastPrintedWidth_ = width;
         return true;
     }
-    // A run of printable ASCII from the parser. A character or a word between two control
-    // sequences (a cursor move, an SGR) is the common case of full-screen programs: when it lands
-    // inside the line, away from the edge and from any wide character, it is plain stores. Long
-    // runs and everything at the edge take printAsciiRun.
+    // A run of printable ASCII from the parser: a character or a word between two control
+    // sequences (a cursor move, an SGR), or a line of text. When it lands inside the line, away
+    // from the edge and from any wide character, it is plain stores. Runs that reach the edge
+    // (and so may wrap) take printAsciiRun.
     void printAscii(const std::uint8_t* text, std::size_t count) {
         if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]] {
             handlePrint(ByteSpan(text, count));
@@ -400,15 +400,14 @@ private:
         }
         if (count == 1) {
             if (placeInside(text[0], 1, rightEdge())) return;
-        } else if (count <= 32) {
-            if (CharData* at = cellsInside(static_cast<int>(count), rightEdge())) {
-                for (std::size_t k = 0; k < count; ++k)
-                    storeCell(at + k, curAttr, text[k], 1);
-                buffer->x += static_cast<int>(count);
-                lastPrintedCode_ = text[count - 1];
-                lastPrintedWidth_ = 1;
-                return;
-            }
+        } else if (count < static_cast<std::size_t>(cols)) {
+            CharData* at = cellsInside(static_cast<int>(count), rightEdge());
+            if (at == nullptr) return printAsciiRun(text, count);
+            storeAsciiCells(at, curAttr, text, count);
+            buffer->x += static_cast<int>(count);
+            lastPrintedCode_ = text[count - 1];
+            lastPrintedWidth_ = 1;
+            return;
         }
         printAsciiRun(text, count);
     }

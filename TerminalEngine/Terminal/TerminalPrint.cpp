@@ -64,25 +64,6 @@ std::size_t scalarCount(std::string_view text) {
     return count;
 }
 
-// Writes one cell per byte with attribute `attr`, width 1 and no payload. A cell is three
-// 8-byte words (code, width and payload; then the attribute): three plain stores per character,
-// with the words built once in registers rather than from a spilled temporary. (Pairing cells
-// into 16-byte stores costs more in shuffles than it saves in stores.)
-void writeAsciiCells(CharData* cells, const Attribute& attr, const std::uint8_t* text, std::size_t count) {
-    static_assert(offsetof(CharData, code) == 0 && offsetof(CharData, width) == 4);
-    static_assert(std::endian::native == std::endian::little);
-    std::uint64_t attrWords[2] = {0, 0};
-    std::memcpy(attrWords, &attr, sizeof(Attribute));
-    const std::uint64_t widthOne = std::uint64_t{1} << 32;
-    auto* out = reinterpret_cast<unsigned char*>(cells);
-    for (std::size_t k = 0; k < count; ++k, out += sizeof(CharData)) {
-        std::uint64_t first = widthOne | text[k];
-        std::memcpy(out, &first, 8);
-        std::memcpy(out + 8, &attrWords[0], 8);
-        std::memcpy(out + 16, &attrWords[1], 8);
-    }
-}
-
 } // namespace
 
 void Terminal::handlePrint(ByteSpan data) {
@@ -204,7 +185,7 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
         if (chunk == 1)
             storeCell(cells + x, curAttr, text[0], 1); // one character between two moves
         else
-            writeAsciiCells(cells + x, curAttr, text, chunk);
+            storeAsciiCells(cells + x, curAttr, text, chunk);
         const int end = x + static_cast<int>(chunk);
         if (overflowHeld) cells[end - 1].code = text[count - 1];
         if (end < line.count() && cells[end].width == 0) cells[end] = eraseCell();

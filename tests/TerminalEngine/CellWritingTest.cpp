@@ -1,0 +1,86 @@
+// The block primitives under the print path, against one-byte-at-a-time references: the scans
+// that find where text ends, and the writers that store and blank runs of cells. Their vector
+// bodies and overlapping tails change with the length, so every length up to a few blocks is
+// tried, with sentinels around the run to catch a write that strays.
+#include "TerminalEngine/Model/BufferLine.h"
+#include "TerminalEngine/Model/ByteScan.h"
+#include "TerminalEngine/Model/CharData.h"
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace TerminalEngine {
+namespace {
+
+bool sameBytes(const CharData& a, const CharData& b) {
+    return std::memcmp(&a, &b, sizeof(CharData)) == 0;
+}
+
+TEST(ByteScan, EveryStopByteAtEveryPositionOfEveryLength) {
+    // Each kind of byte that ends a printable run, and the printable bytes at its edges.
+    const std::uint8_t stops[] = {0x00, 0x0A, 0x1B, 0x1F, 0x7F, 0x80, 0xC3, 0xFF};
+    for (std::size_t size = 0; size <= 150; ++size) {
+        for (std::size_t from : {std::size_t{0}, std::size_t{3}}) {
+            if (from > size) continue;
+            for (std::size_t at = from; at <= size; ++at) {
+                for (std::uint8_t stop : stops) {
+                    std::vector<std::uint8_t> bytes(size + 1, 'a');
+                    for (std::size_t k = 0; k < size; ++k)
+                        bytes[k] = k % 2 ? 0x20 : 0x7E;
+                    if (at < size) bytes[at] = stop;
+                    const std::size_t expectedPrintable = at,
+                                      expectedControl = at < size && stop < 0x20 ? at : size;
+                    SCOPED_TRACE(testing::Message() << "size " << size << " from " << from << " stop "
+                                                    << int(stop) << " at " << at);
+                    ASSERT_EQ(ByteScan::firstNonPrintableAscii(bytes.data(), from, size), expectedPrintable);
+                    ASSERT_EQ(ByteScan::firstControl(bytes.data(), from, size), expectedControl);
+                }
+            }
+        }
+    }
+}
+
+TEST(CellWriting, StoreAsciiCellsWritesExactlyTheRun) {
+    Attribute attr;
+    attr.fg = Attribute::Color::trueColor(1, 2, 3);
+    attr.bg = Attribute::Color::ansi256(200);
+    attr.underlineColor = Attribute::Color::ansi256(9);
+    const CharData sentinel(Attribute{}, 0x2603, 2);
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> printable(0x20, 0x7E);
+    for (std::size_t count = 0; count <= 100; ++count) {
+        std::vector<std::uint8_t> text(count);
+        for (auto& c : text)
+            c = static_cast<std::uint8_t>(printable(rng));
+        std::vector<CharData> cells(count + 4, sentinel);
+        storeAsciiCells(cells.data() + 2, attr, text.data(), count);
+        SCOPED_TRACE(testing::Message() << "count " << count);
+        for (std::size_t k = 0; k < cells.size(); ++k) {
+            const bool inside = k >= 2 && k < count + 2;
+            const CharData expected = inside ? CharData(attr, text[k - 2], 1) : sentinel;
+            ASSERT_TRUE(sameBytes(cells[k], expected)) << "cell " << k;
+        }
+    }
+}
+
+TEST(CellWriting, FillCellsWritesExactlyTheRun) {
+    Attribute attr;
+    attr.bg = Attribute::Color::trueColor(9, 8, 7);
+    const CharData value(attr, ' ', 1), sentinel(Attribute{}, 'x', 1);
+    for (int count = -1; count <= 100; ++count) {
+        std::vector<CharData> cells(static_cast<std::size_t>(std::max(count, 0)) + 4, sentinel);
+        BufferLine::fillCells(cells.data() + 2, value, count);
+        SCOPED_TRACE(testing::Message() << "count " << count);
+        for (int k = 0; k < static_cast<int>(cells.size()); ++k) {
+            const bool inside = k >= 2 && k < count + 2;
+            ASSERT_TRUE(sameBytes(cells[static_cast<std::size_t>(k)], inside ? value : sentinel))
+                << "cell " << k;
+        }
+    }
+}
+
+} // namespace
+} // namespace TerminalEngine
