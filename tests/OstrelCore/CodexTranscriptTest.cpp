@@ -127,22 +127,16 @@ TEST(CodexTranscript, BelongsToProjectByExactWorkingFolder) {
 }
 
 TEST(CodexTranscript, RawStringValueReadsWithoutDecoding) {
-    struct Case {
-        std::string key, line;
-        std::optional<std::string> expected;
+    const std::pair<std::string, std::string> cases[] = {
+        {R"({"cwd":"/a/b","x":1})", "/a/b"},
+        {R"({"cwd" :  "/a/b"})", "/a/b"},
+        {R"({"cwd":"a\"b\\c\n"})", "a\"b\\cn"},
+        {R"({"name":"cwd","cwd":"/real"})", "/real"},
     };
-    const Case cases[] = {
-        {"cwd", R"({"cwd":"/a/b","x":1})", "/a/b"},
-        {"cwd", R"({"cwd" :  "/a/b"})", "/a/b"},
-        {"cwd", R"({"cwd":"a\"b\\c\n"})", "a\"b\\cn"},
-        {"cwd", R"({"name":"cwd","cwd":"/real"})", "/real"},
-        {"cwd", R"({"cwd":"/unterminated)", std::nullopt},
-        {"cwd", R"({"cwd":42})", std::nullopt},
-        {"cwd", R"({"cwd")", std::nullopt},
-        {"cwd", R"({"other":"x"})", std::nullopt},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(CodexTranscript::rawStringValue(c.key, c.line), c.expected) << c.line;
+    for (const auto& [line, expected] : cases)
+        EXPECT_EQ(CodexTranscript::rawStringValue("cwd", line), expected) << line;
+    for (std::string line : {R"({"cwd":"/unterminated)", R"({"cwd":42})", R"({"cwd")", R"({"other":"x"})"})
+        EXPECT_EQ(CodexTranscript::rawStringValue("cwd", line), std::nullopt) << line;
 }
 
 } // namespace

@@ -21,24 +21,6 @@ struct FindCase {
     std::optional<SearchResult> expected; // term filled in by the test
 };
 
-void PrintTo(const FindCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class FirstMatch : public ::testing::TestWithParam<FindCase> {};
-
-TEST_P(FirstMatch, IsFoundAtItsCells) {
-    const FindCase& c = GetParam();
-    TerminalHarness h(c.cols, 6);
-    h.feed(c.screen);
-    SearchService search(*h.terminal);
-    bool found = search.findNext(c.term, c.options);
-    std::optional<SearchResult> expected = c.expected;
-    if (expected) expected->term = c.term;
-    EXPECT_EQ(found, expected.has_value());
-    EXPECT_EQ(search.lastResult, expected);
-}
-
 const FindCase findCases[] = {
     {"PlainText", 20, "one\r\ntwo three", "three", {}, SearchResult{"", 4, 1, 5}},
     {"IgnoresCaseByDefault", 20, "Hello World", "WORLD", {}, SearchResult{"", 6, 0, 5}},
@@ -60,8 +42,19 @@ const FindCase findCases[] = {
     {"PlainTextIsNotAnExpression", 20, "a(b", "a(", {}, SearchResult{"", 0, 0, 2}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Search, FirstMatch, ::testing::ValuesIn(findCases),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(FirstMatch, IsFoundAtItsCells) {
+    for (const FindCase& c : findCases) {
+        SCOPED_TRACE(c.name);
+        TerminalHarness h(c.cols, 6);
+        h.feed(c.screen);
+        SearchService search(*h.terminal);
+        bool found = search.findNext(c.term, c.options);
+        std::optional<SearchResult> expected = c.expected;
+        if (expected) expected->term = c.term;
+        EXPECT_EQ(found, expected.has_value());
+        EXPECT_EQ(search.lastResult, expected);
+    }
+}
 
 // Repeated finds walk on in their direction and wrap round, also to a lone
 // match.

@@ -19,21 +19,6 @@ struct WordCase {
     const char* selected;
 };
 
-void PrintTo(const WordCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class WordExpansion : public ::testing::TestWithParam<WordCase> {};
-
-TEST_P(WordExpansion, DoubleClickSelectsTheUnit) {
-    const WordCase& c = GetParam();
-    TerminalHarness h(c.cols, 5);
-    h.feed(c.screen);
-    SelectionService selection(*h.terminal);
-    selection.startSelection(c.click, SelectionMode::word);
-    EXPECT_EQ(selection.getSelectedText(), c.selected);
-}
-
 const WordCase wordCases[] = {
     {"OpeningBracketSelectsThroughItsCloser", 20, "x f(a(b)c) y", {3, 0}, "(a(b)c)"},
     {"ClosingBracketSelectsBackToItsOpener", 20, "x f(a(b)c) y", {9, 0}, "(a(b)c)"},
@@ -50,8 +35,16 @@ const WordCase wordCases[] = {
     {"RunStopsAtADifferentSymbol", 20, "a==++b", {1, 0}, "=="},
 };
 
-INSTANTIATE_TEST_SUITE_P(Selection, WordExpansion, ::testing::ValuesIn(wordCases),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(WordExpansion, DoubleClickSelectsTheUnit) {
+    for (const WordCase& c : wordCases) {
+        SCOPED_TRACE(c.name);
+        TerminalHarness h(c.cols, 5);
+        h.feed(c.screen);
+        SelectionService selection(*h.terminal);
+        selection.startSelection(c.click, SelectionMode::word);
+        EXPECT_EQ(selection.getSelectedText(), c.selected);
+    }
+}
 
 TEST(SelectionService, BlanksFormARunAndReadAsNothingAtTheLineEnd) {
     TerminalHarness h(20, 3);
