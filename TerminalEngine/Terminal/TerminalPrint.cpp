@@ -182,10 +182,7 @@ void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
         if (insertMode) line.insertCells(x, static_cast<int>(chunk), right, eraseCell());
         CharData* cells = line.mutableCells(x + static_cast<int>(chunk) + 1);
         if (cells[x].width == 0 && x > 0) repairWideCharacterAt(line, x);
-        if (chunk == 1)
-            storeCell(cells + x, curAttr, text[0], 1); // one character between two moves
-        else
-            storeAsciiCells(cells + x, curAttr, text, chunk);
+        storeAsciiCells(cells + x, curAttr, text, chunk);
         const int end = x + static_cast<int>(chunk);
         if (overflowHeld) cells[end - 1].code = text[count - 1];
         if (end < line.count() && cells[end].width == 0) cells[end] = eraseCell();
