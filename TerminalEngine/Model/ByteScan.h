@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -62,6 +63,32 @@ inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t fro
     while (i < size && p[i] >= 0x20 && p[i] < 0x7F)
         ++i;
     return i;
+}
+
+// The decimal number whose digits start at p: how many digits, and their value when there are
+// fewer than eight. Eight bytes are classified and converted in one register, with no branch on
+// the length: the digit count is where the first non-digit is, and the digits are shifted to the
+// top of the word (the bytes below them reading as leading zeros) before pairs, quads and halves
+// are combined. p[0] to p[7] must be readable. A count of 8 means eight digits or more, the value
+// not computed.
+struct ShortDecimal {
+    std::int64_t digits;
+    std::int64_t value;
+};
+inline ShortDecimal leadingDecimal(const std::uint8_t* p) {
+    std::uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    // Digits become 0..9. Any other byte either has its top bit set already, or gains it when
+    // 0x76 is added (values 10 to 0x7F); a carry out of a byte only ever lands in later bytes.
+    const std::uint64_t t = word ^ 0x3030303030303030ull;
+    const std::uint64_t stops = ((t + 0x7676767676767676ull) | t) & 0x8080808080808080ull;
+    if (stops == 0) return {8, 0};
+    const auto n = static_cast<unsigned>(__builtin_ctzll(stops)) >> 3;
+    std::uint64_t d = (t << (8 * (7 - n))) << 8;
+    d = (d * 10 + (d >> 8)) & 0x00FF00FF00FF00FFull;
+    d = (d * 100 + (d >> 16)) & 0x0000FFFF0000FFFFull;
+    d = (d * 10000 + (d >> 32)) & 0xFFFFFFFFull;
+    return {static_cast<std::int64_t>(n), static_cast<std::int64_t>(d)};
 }
 
 // Reads the number of up to three ASCII digits at p[j] into `value` (0 when there is none) and

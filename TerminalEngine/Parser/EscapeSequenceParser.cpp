@@ -47,6 +47,41 @@ void EscapeSequenceParser::reset() {
     if (printStateReset) printStateReset();
 }
 
+// The common shape of "ESC [" sequence: no private marker or intermediate, one or two
+// parameters of fewer than eight digits, a final byte. Both numbers are read in registers from
+// `p` (the byte after the bracket; sixteen bytes must be readable), and a cursor move or a single
+// SGR code goes to the terminal without the parameter list. Returns the offset of the final byte
+// from `p`, or -1 to leave the sequence to the general reader.
+[[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseShortCsi(const std::uint8_t* p) {
+    const ByteScan::ShortDecimal first = ByteScan::leadingDecimal(p);
+    if (first.digits == 8) return -1;
+    std::int64_t at = first.digits;
+    std::uint8_t final = p[at];
+    std::int64_t second = 0;
+    const bool two = final == ';';
+    if (two) {
+        const ByteScan::ShortDecimal next = ByteScan::leadingDecimal(p + at + 1);
+        if (next.digits == 8) return -1;
+        at += 1 + next.digits;
+        final = p[at];
+        second = next.value;
+    }
+    if (final < 0x40 || final > 0x7E) return -1;
+    Terminal& t = *terminal;
+    if (final == 'H') {
+        t.cursorPosition(first.value, second);
+    } else if (two || final != 'm' || !t.sgrSingle(first.value)) {
+        std::int64_t* values = _pars.values();
+        values[0] = first.value;
+        values[1] = second;
+        _pars.separatorSlots()[0] = ';';
+        _pars.commit(two ? 1 : 0);
+        _collect.clear();
+        csiDispatch(_pars, {}, final);
+    }
+    return at;
+}
+
 // Reads "ESC [" from `start` (the byte after the bracket): a private marker, parameters with
 // their separators and the final byte, dispatched at once. The value being read stays in a
 // register until a separator or the end. Returns the index of the last byte consumed and the
@@ -57,27 +92,35 @@ void EscapeSequenceParser::reset() {
                                                                           std::int64_t len,
                                                                           ParserState& state) {
     using S = ParserState;
+    if (start + 16 <= len && terminal != nullptr) [[likely]] {
+        if (bytes[start + 1] == '8') {
+            // "38;5;", "48;5;", "38;2;" or "48;2;" first: this is SGR with a colour, read
+            // straight into the attribute unless the reader declines the form, when the list
+            // takes it.
+            std::uint64_t word;
+            std::memcpy(&word, bytes + start, sizeof word);
+            const unsigned form = static_cast<unsigned>(word >> 24) & 0xFF;
+            const unsigned first = static_cast<unsigned>(word) & 0xFF;
+            if ((word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
+                (form == '5' || form == '2')) {
+                const std::int64_t end = terminal->readSgr(bytes, start, len);
+                if (end >= 0) {
+                    state = S::ground;
+                    return end;
+                }
+            }
+        }
+        const std::int64_t end = parseShortCsi(bytes + start);
+        if (end >= 0) {
+            state = S::ground;
+            return start + end;
+        }
+    }
     _collect.clear();
     if (printStateReset) printStateReset();
     std::int64_t j = start;
     if (j < len && bytes[j] >= 0x3C && bytes[j] <= 0x3F) _collect.push_back(bytes[j++]);
     const std::int64_t firstParameterByte = j;
-    if (j + 8 <= len && bytes[j + 1] == '8' && terminal != nullptr) {
-        // "38;5;", "48;5;", "38;2;" or "48;2;" first: this is SGR with a colour, read straight
-        // into the attribute unless the reader declines the form, when the list takes it.
-        std::uint64_t word;
-        std::memcpy(&word, bytes + j, sizeof word);
-        const unsigned form = static_cast<unsigned>(word >> 24) & 0xFF;
-        const unsigned first = static_cast<unsigned>(word) & 0xFF;
-        if ((word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
-            (form == '5' || form == '2') && j == start) {
-            const std::int64_t end = terminal->readSgr(bytes, j, len);
-            if (end >= 0) {
-                state = S::ground;
-                return end;
-            }
-        }
-    }
     std::int64_t* values = _pars.values();
     std::uint8_t* separators = _pars.separatorSlots();
     std::size_t capacity = _pars.capacity();

@@ -80,6 +80,7 @@ public:
     std::int64_t logFileCounter = 1;
 
 private:
+    std::int64_t parseShortCsi(const std::uint8_t* p);
     std::int64_t parseCsi(const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
                           ParserState& state);
     std::int64_t parseGround(const std::uint8_t* bytes, std::int64_t from, std::int64_t len,

@@ -14,6 +14,7 @@
 #include "TerminalEngine/Terminal/TerminalDelegate.h"
 #include "TerminalEngine/Terminal/TerminalOptions.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -477,8 +478,8 @@ private:
         if (!originMode) {
             // The whole screen: 0 and 1 both mean the first row or column.
             Buffer& b = *buffer;
-            b.x = col <= 1 ? 0 : static_cast<int>(col < cols ? col : cols) - 1;
-            b.y = row <= 1 ? 0 : static_cast<int>(row < rows ? row : rows) - 1;
+            b.x = static_cast<int>(std::clamp<std::int64_t>(col, 1, cols)) - 1;
+            b.y = static_cast<int>(std::clamp<std::int64_t>(row, 1, rows)) - 1;
             return;
         }
         auto oneBased = [](std::int64_t v) {

@@ -1,7 +1,7 @@
 // The block primitives under the print path, against one-byte-at-a-time references: the scans
-// that find where text ends, and the writers that store and blank runs of cells. Their vector
-// bodies and overlapping tails change with the length, so every length up to a few blocks is
-// tried, with sentinels around the run to catch a write that strays.
+// that find where text ends, the reader of short decimal parameters, and the writers that store and blank
+// runs of cells. Their vector bodies and overlapping tails change with the length, so every length up to a
+// few blocks is tried, with sentinels around the run to catch a write that strays.
 #include "TerminalEngine/Model/BufferLine.h"
 #include "TerminalEngine/Model/ByteScan.h"
 #include "TerminalEngine/Model/CharData.h"
@@ -38,6 +38,33 @@ TEST(ByteScan, EveryStopByteAtEveryPositionOfEveryLength) {
                     ASSERT_EQ(ByteScan::firstNonPrintableAscii(bytes.data(), from, size), expectedPrintable);
                     ASSERT_EQ(ByteScan::firstControl(bytes.data(), from, size), expectedControl);
                 }
+            }
+        }
+    }
+}
+
+TEST(ByteScan, LeadingDecimalAgreesWithDigitByDigitReading) {
+    // Every digit count, every byte that can end the digits, and whatever follows the stop
+    // (including bytes whose classification carries into the next one).
+    std::mt19937 rng(11);
+    std::uniform_int_distribution<int> digit('0', '9'), any(0, 255);
+    for (int stop = 0; stop < 256; ++stop) {
+        if (stop >= '0' && stop <= '9') continue;
+        for (std::size_t digits = 0; digits <= 8; ++digits) {
+            std::uint8_t bytes[16];
+            for (auto& b : bytes)
+                b = static_cast<std::uint8_t>(any(rng));
+            std::int64_t expected = 0;
+            for (std::size_t k = 0; k < digits; ++k) {
+                bytes[k] = static_cast<std::uint8_t>(digit(rng));
+                expected = expected * 10 + (bytes[k] - '0');
+            }
+            if (digits < 8) bytes[digits] = static_cast<std::uint8_t>(stop);
+            const ByteScan::ShortDecimal read = ByteScan::leadingDecimal(bytes);
+            SCOPED_TRACE(testing::Message() << "digits " << digits << " stop " << stop);
+            ASSERT_EQ(read.digits, static_cast<std::int64_t>(digits));
+            if (digits < 8) {
+                ASSERT_EQ(read.value, expected);
             }
         }
     }
