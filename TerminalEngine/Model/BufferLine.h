@@ -4,6 +4,7 @@
 
 #include "TerminalEngine/Model/CharData.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -91,7 +92,8 @@ public:
 private:
     int clampColumn(int col, const char* where) const;
     void written(int end) {
-        if (end > uniformFrom_) uniformFrom_ = end < cols_ ? end : cols_;
+        if (end > uniformFrom_) [[unlikely]]
+            uniformFrom_ = end < cols_ ? end : cols_;
     }
 
     std::unique_ptr<CharData[]> data_;

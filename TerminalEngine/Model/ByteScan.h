@@ -65,30 +65,60 @@ inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t fro
     return i;
 }
 
-// The decimal number whose digits start at p: how many digits, and their value when there are
-// fewer than eight. Eight bytes are classified and converted in one register, with no branch on
-// the length: the digit count is where the first non-digit is, and the digits are shifted to the
-// top of the word (the bytes below them reading as leading zeros) before pairs, quads and halves
-// are combined. p[0] to p[7] must be readable. A count of 8 means eight digits or more, the value
-// not computed.
-struct ShortDecimal {
-    std::int64_t digits;
-    std::int64_t value;
+// The parameters of a short control sequence: one number, or two joined by ';', of at most four
+// digits each (none reads as 0). `end` is the offset of the byte after them (a ';' there starts
+// a third number, for the caller to turn down), or -1 when the numbers are longer. `two` says
+// whether there was a ';'.
+struct ShortParameters {
+    std::int64_t end;
+    std::int64_t first;
+    std::int64_t second;
+    bool two;
 };
-inline ShortDecimal leadingDecimal(const std::uint8_t* p) {
+namespace Detail {
+// Multiplying by entry n moves the first n bytes of a word up by 4 - n bytes: a number of n
+// digits then fills the top of a four-byte lane, the bytes below it reading as leading zeros.
+inline constexpr std::uint64_t alignDigits[17] = {1ull << 32, 1ull << 24, 1ull << 16, 1ull << 8, 1};
+} // namespace Detail
+// The numbers are classified and converted in registers, with no branch on their lengths. Where
+// they end comes from one 16-byte compare, so that the next sequence can be read before the
+// values are ready. For the values, the first number is moved into the low four bytes of a word
+// and the second into the high four, then neighbouring digits are combined into pairs and pairs
+// into quads, both numbers at once. p[0] to p[15] must be readable.
+inline ShortParameters shortParameters(const std::uint8_t* p) {
+#if defined(__SSE2__)
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    // Digits move to -128..-119 as signed bytes, every other byte above that. Bit 16 stands for
+    // a stop after the sixteen bytes.
+    const __m128i shifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - '0')));
+    const auto stops =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpgt_epi8(shifted, _mm_set1_epi8(-119)))) | 0x10000u;
+    const auto semicolons = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(';'))));
+    const auto firstDigits = static_cast<unsigned>(__builtin_ctz(stops));
+    const bool two = (semicolons >> firstDigits) & 1;
+    const auto secondEnd = static_cast<unsigned>(__builtin_ctz(stops & (stops - 1)));
+#else
+    unsigned firstDigits = 0;
+    while (firstDigits < 16 && p[firstDigits] - '0' <= 9u)
+        ++firstDigits;
+    const bool two = firstDigits < 16 && p[firstDigits] == ';';
+    unsigned secondEnd = firstDigits + 1;
+    while (secondEnd < 16 && p[secondEnd] - '0' <= 9u)
+        ++secondEnd;
+#endif
+    const unsigned secondDigits = two ? secondEnd - firstDigits - 1 : 0;
+    if (firstDigits > 4 || secondDigits > 4) return {-1, 0, 0, false};
     std::uint64_t word;
     std::memcpy(&word, p, sizeof word);
-    // Digits become 0..9. Any other byte either has its top bit set already, or gains it when
-    // 0x76 is added (values 10 to 0x7F); a carry out of a byte only ever lands in later bytes.
-    const std::uint64_t t = word ^ 0x3030303030303030ull;
-    const std::uint64_t stops = ((t + 0x7676767676767676ull) | t) & 0x8080808080808080ull;
-    if (stops == 0) return {8, 0};
-    const auto n = static_cast<unsigned>(__builtin_ctzll(stops)) >> 3;
-    std::uint64_t d = (t << (8 * (7 - n))) << 8;
+    const std::uint64_t low =
+        static_cast<std::uint32_t>((word ^ 0x3030303030303030ull) * Detail::alignDigits[firstDigits]);
+    std::memcpy(&word, p + firstDigits + 1, sizeof word);
+    const std::uint64_t high = ((word ^ 0x3030303030303030ull) * Detail::alignDigits[secondDigits]) << 32;
+    std::uint64_t d = low | high;
     d = (d * 10 + (d >> 8)) & 0x00FF00FF00FF00FFull;
     d = (d * 100 + (d >> 16)) & 0x0000FFFF0000FFFFull;
-    d = (d * 10000 + (d >> 32)) & 0xFFFFFFFFull;
-    return {static_cast<std::int64_t>(n), static_cast<std::int64_t>(d)};
+    return {static_cast<std::int64_t>(two ? secondEnd : firstDigits), static_cast<std::uint32_t>(d),
+            static_cast<std::int64_t>(d >> 32), two};
 }
 
 // Reads the number of up to three ASCII digits at p[j] into `value` (0 when there is none) and

@@ -47,39 +47,29 @@ void EscapeSequenceParser::reset() {
     if (printStateReset) printStateReset();
 }
 
-// The common shape of "ESC [" sequence: no private marker or intermediate, one or two
-// parameters of fewer than eight digits, a final byte. Both numbers are read in registers from
-// `p` (the byte after the bracket; sixteen bytes must be readable), and a cursor move or a single
-// SGR code goes to the terminal without the parameter list. Returns the offset of the final byte
-// from `p`, or -1 to leave the sequence to the general reader.
+// The common shape of an "ESC [" sequence: no private marker or intermediate, one or two
+// parameters of at most four digits, a final byte, read from `p` (the byte after the bracket;
+// sixteen bytes must be readable). The numbers are read in registers, and a cursor move or a
+// single SGR code goes to the terminal without the parameter list. Returns the offset of the
+// final byte from `p`, or -1 to leave the sequence to the general reader.
 [[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseShortCsi(const std::uint8_t* p) {
-    const ByteScan::ShortDecimal first = ByteScan::leadingDecimal(p);
-    if (first.digits == 8) return -1;
-    std::int64_t at = first.digits;
-    std::uint8_t final = p[at];
-    std::int64_t second = 0;
-    const bool two = final == ';';
-    if (two) {
-        const ByteScan::ShortDecimal next = ByteScan::leadingDecimal(p + at + 1);
-        if (next.digits == 8) return -1;
-        at += 1 + next.digits;
-        final = p[at];
-        second = next.value;
-    }
+    const ByteScan::ShortParameters read = ByteScan::shortParameters(p);
+    if (read.end < 0) return -1;
+    const std::uint8_t final = p[read.end];
     if (final < 0x40 || final > 0x7E) return -1;
     Terminal& t = *terminal;
-    if (final == 'H') {
-        t.cursorPosition(first.value, second);
-    } else if (two || final != 'm' || !t.sgrSingle(first.value)) {
+    if (final == 'H') [[likely]] {
+        t.cursorPosition(read.first, read.second);
+    } else if (read.two || final != 'm' || !t.sgrSingle(read.first)) {
         std::int64_t* values = _pars.values();
-        values[0] = first.value;
-        values[1] = second;
+        values[0] = read.first;
+        values[1] = read.second;
         _pars.separatorSlots()[0] = ';';
-        _pars.commit(two ? 1 : 0);
+        _pars.commit(read.two ? 1 : 0);
         _collect.clear();
         csiDispatch(_pars, {}, final);
     }
-    return at;
+    return read.end;
 }
 
 // Reads "ESC [" from `start` (the byte after the bracket): a private marker, parameters with

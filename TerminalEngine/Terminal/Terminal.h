@@ -367,16 +367,20 @@ private:
     void handlePrint(ByteSpan data);
     // The cells from the cursor on, marked written, when `width` cells placed there need no wrap,
     // no insertion and no repair: inside the line with room to spare, the first and the one after
-    // the last being no right halves of wide characters. Null otherwise.
+    // the last being no right halves of wide characters. The cursor moves past them. Null (and
+    // nothing changed) otherwise.
     CharData* cellsInside(int width, int right) {
         Buffer& b = *buffer;
-        const int x = b.x, end = x + width;
+        // Read once: the cell stores that follow could alias anything as far as the compiler knows.
+        const int x = b.x, y = b.y, end = x + width;
         if (insertMode || x < 0 || end > right) return nullptr;
-        BufferLine& line = lineAt(b.y);
+        const int absolute = b.yBase + y;
+        BufferLine& line = b.lines[absolute];
         const CharData* current = line.getData();
         if (current[x].width == 0 || current[end].width == 0) return nullptr;
         line.touch();
-        updateRange(b.y);
+        markRow(y, absolute);
+        b.x = end;
         return line.mutableCells(end + 1) + x;
     }
     // One cell of `width` at the cursor, when cellsInside allows it.
@@ -385,7 +389,6 @@ private:
         if (at == nullptr) return false;
         storeCell(at, curAttr, code, static_cast<std::int8_t>(width));
         if (width == 2) storeCell(at + 1, curAttr, 0, 0);
-        buffer->x += width;
         lastPrintedCode_ = code;
         lastPrintedWidth_ = width;
         return true;
@@ -405,7 +408,6 @@ private:
             CharData* at = cellsInside(static_cast<int>(count), rightEdge());
             if (at == nullptr) return printAsciiRun(text, count);
             storeAsciiCells(at, curAttr, text, count);
-            buffer->x += static_cast<int>(count);
             lastPrintedCode_ = text[count - 1];
             lastPrintedWidth_ = 1;
             return;
@@ -443,13 +445,24 @@ private:
     void cursorForward(int count);
     void cursorBackward(int count);
     void updateRange(int y, bool scrolling = false) {
-        if (y < refreshStart) refreshStart = y;
-        if (y > refreshEnd) refreshEnd = y;
-        if (!scrolling) {
-            int absolute = buffer->yBase + y;
-            if (absolute < scrollInvariantRefreshStart) scrollInvariantRefreshStart = absolute;
-            if (absolute > scrollInvariantRefreshEnd) scrollInvariantRefreshEnd = absolute;
+        if (scrolling) {
+            if (y < refreshStart) refreshStart = y;
+            if (y > refreshEnd) refreshEnd = y;
+            return;
         }
+        markRow(y, buffer->yBase + y);
+    }
+    // Row `y` of the screen, line `absolute` of the buffer, has changed. Most writes land inside
+    // the range already marked, so the stores are laid out of line.
+    void markRow(int y, int absolute) {
+        if (y < refreshStart) [[unlikely]]
+            refreshStart = y;
+        if (y > refreshEnd) [[unlikely]]
+            refreshEnd = y;
+        if (absolute < scrollInvariantRefreshStart) [[unlikely]]
+            scrollInvariantRefreshStart = absolute;
+        if (absolute > scrollInvariantRefreshEnd) [[unlikely]]
+            scrollInvariantRefreshEnd = absolute;
     }
     void updateFullScreen();
     void scroll(bool isWrapped = false);
@@ -475,7 +488,7 @@ private:
     }
     // CUP with its two parameters as read (0 when missing).
     void cursorPosition(std::int64_t row, std::int64_t col) {
-        if (!originMode) {
+        if (!originMode) [[likely]] {
             // The whole screen: 0 and 1 both mean the first row or column.
             Buffer& b = *buffer;
             b.x = static_cast<int>(std::clamp<std::int64_t>(col, 1, cols)) - 1;

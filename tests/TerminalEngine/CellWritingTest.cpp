@@ -43,28 +43,47 @@ TEST(ByteScan, EveryStopByteAtEveryPositionOfEveryLength) {
     }
 }
 
-TEST(ByteScan, LeadingDecimalAgreesWithDigitByDigitReading) {
-    // Every digit count, every byte that can end the digits, and whatever follows the stop
-    // (including bytes whose classification carries into the next one).
+TEST(ByteScan, ShortParametersAgreeWithDigitByDigitReading) {
+    // Every pair of digit counts, every byte that can end a number, and random bytes after the
+    // stop (including ones whose classification carries into the next byte).
     std::mt19937 rng(11);
     std::uniform_int_distribution<int> digit('0', '9'), any(0, 255);
     for (int stop = 0; stop < 256; ++stop) {
         if (stop >= '0' && stop <= '9') continue;
-        for (std::size_t digits = 0; digits <= 8; ++digits) {
-            std::uint8_t bytes[16];
-            for (auto& b : bytes)
-                b = static_cast<std::uint8_t>(any(rng));
-            std::int64_t expected = 0;
-            for (std::size_t k = 0; k < digits; ++k) {
-                bytes[k] = static_cast<std::uint8_t>(digit(rng));
-                expected = expected * 10 + (bytes[k] - '0');
-            }
-            if (digits < 8) bytes[digits] = static_cast<std::uint8_t>(stop);
-            const ByteScan::ShortDecimal read = ByteScan::leadingDecimal(bytes);
-            SCOPED_TRACE(testing::Message() << "digits " << digits << " stop " << stop);
-            ASSERT_EQ(read.digits, static_cast<std::int64_t>(digits));
-            if (digits < 8) {
-                ASSERT_EQ(read.value, expected);
+        for (int firstDigits = 0; firstDigits <= 8; ++firstDigits) {
+            for (int secondDigits = -1; secondDigits <= 8; ++secondDigits) {
+                // -1: a single number ended by `stop`; otherwise "first;second" ended by it.
+                std::uint8_t bytes[24];
+                for (auto& b : bytes)
+                    b = static_cast<std::uint8_t>(any(rng));
+                std::size_t k = 0;
+                std::int64_t values[2] = {0, 0};
+                auto writeNumber = [&](int digits, std::int64_t& value) {
+                    for (int n = 0; n < digits; ++n, ++k) {
+                        bytes[k] = static_cast<std::uint8_t>(digit(rng));
+                        value = value * 10 + (bytes[k] - '0');
+                    }
+                };
+                writeNumber(firstDigits, values[0]);
+                if (secondDigits >= 0) {
+                    bytes[k++] = ';';
+                    writeNumber(secondDigits, values[1]);
+                }
+                bytes[k] = static_cast<std::uint8_t>(stop);
+                // A single number ended by ';' is the first of two, written as such elsewhere.
+                if (stop == ';' && secondDigits < 0) continue;
+                const bool fits = firstDigits <= 4 && secondDigits <= 4;
+                const ByteScan::ShortParameters read = ByteScan::shortParameters(bytes);
+                SCOPED_TRACE(testing::Message()
+                             << "digits " << firstDigits << ";" << secondDigits << " stop " << stop);
+                if (!fits) {
+                    ASSERT_EQ(read.end, -1);
+                    continue;
+                }
+                ASSERT_EQ(read.end, static_cast<std::int64_t>(k));
+                ASSERT_EQ(read.two, secondDigits >= 0);
+                ASSERT_EQ(read.first, values[0]);
+                ASSERT_EQ(read.second, values[1]);
             }
         }
     }
