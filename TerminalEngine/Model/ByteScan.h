@@ -91,8 +91,9 @@ inline ShortParameters shortParameters(const std::uint8_t* p) {
     // Digits move to -128..-119 as signed bytes, every other byte above that. Bit 16 stands for
     // a stop after the sixteen bytes.
     const __m128i shifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - '0')));
-    const auto stops =
-        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpgt_epi8(shifted, _mm_set1_epi8(-119)))) | 0x10000u;
+    const auto digits =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(shifted, _mm_set1_epi8(-118))));
+    const unsigned stops = digits ^ 0x1FFFFu;
     const auto semicolons = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(';'))));
     const auto firstDigits = static_cast<unsigned>(__builtin_ctz(stops));
     const bool two = (semicolons >> firstDigits) & 1;
@@ -116,9 +117,12 @@ inline ShortParameters shortParameters(const std::uint8_t* p) {
     const std::uint64_t high = ((word ^ 0x3030303030303030ull) * Detail::alignDigits[secondDigits]) << 32;
     std::uint64_t d = low | high;
     d = (d * 10 + (d >> 8)) & 0x00FF00FF00FF00FFull;
-    d = (d * 100 + (d >> 16)) & 0x0000FFFF0000FFFFull;
-    return {static_cast<std::int64_t>(two ? secondEnd : firstDigits), static_cast<std::uint32_t>(d),
-            static_cast<std::int64_t>(d >> 32), two};
+    d = d * 100 + (d >> 16);
+    // The first number is the low 16 bits, the second bits 32 to 47. They are taken out with
+    // different operations on purpose: the same operation twice gets packed into a vector
+    // register and out again.
+    return {static_cast<std::int64_t>(two ? secondEnd : firstDigits), static_cast<std::int64_t>(d & 0xFFFF),
+            static_cast<std::int64_t>((d << 16) >> 48), two};
 }
 
 // Reads the number of up to three ASCII digits at p[j] into `value` (0 when there is none) and

@@ -52,12 +52,12 @@ void EscapeSequenceParser::reset() {
 // sixteen bytes must be readable). The numbers are read in registers, and a cursor move or a
 // single SGR code goes to the terminal without the parameter list. Returns the offset of the
 // final byte from `p`, or -1 to leave the sequence to the general reader.
-[[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseShortCsi(const std::uint8_t* p) {
+[[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseShortCsi(Terminal& t,
+                                                                               const std::uint8_t* p) {
     const ByteScan::ShortParameters read = ByteScan::shortParameters(p);
     if (read.end < 0) return -1;
     const std::uint8_t final = p[read.end];
     if (final < 0x40 || final > 0x7E) return -1;
-    Terminal& t = *terminal;
     if (final == 'H') [[likely]] {
         t.cursorPosition(read.first, read.second);
     } else if (read.two || final != 'm' || !t.sgrSingle(read.first)) {
@@ -77,12 +77,11 @@ void EscapeSequenceParser::reset() {
 // register until a separator or the end. Returns the index of the last byte consumed and the
 // state the table would be in there, so that an intermediate, a control or the end of the buffer
 // carries on through the table.
-[[gnu::always_inline]] inline std::int64_t EscapeSequenceParser::parseCsi(const std::uint8_t* bytes,
-                                                                          std::int64_t start,
-                                                                          std::int64_t len,
-                                                                          ParserState& state) {
+[[gnu::always_inline]] inline std::int64_t
+EscapeSequenceParser::parseCsi(Terminal* t, const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
+                               ParserState& state) {
     using S = ParserState;
-    if (start + 16 <= len && terminal != nullptr) [[likely]] {
+    if (start + 16 <= len && t != nullptr) [[likely]] {
         if (bytes[start + 1] == '8') {
             // "38;5;", "48;5;", "38;2;" or "48;2;" first: this is SGR with a colour, read
             // straight into the attribute unless the reader declines the form, when the list
@@ -93,14 +92,14 @@ void EscapeSequenceParser::reset() {
             const unsigned first = static_cast<unsigned>(word) & 0xFF;
             if ((word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
                 (form == '5' || form == '2')) {
-                const std::int64_t end = terminal->readSgr(bytes, start, len);
+                const std::int64_t end = t->readSgr(bytes, start, len);
                 if (end >= 0) {
                     state = S::ground;
                     return end;
                 }
             }
         }
-        const std::int64_t end = parseShortCsi(bytes + start);
+        const std::int64_t end = parseShortCsi(*t, bytes + start);
         if (end >= 0) {
             state = S::ground;
             return start + end;
@@ -153,14 +152,14 @@ void EscapeSequenceParser::reset() {
     if (j < len && bytes[j] >= 0x40 && bytes[j] <= 0x7E) {
         state = S::ground;
         const std::uint8_t final = bytes[j];
-        if (terminal != nullptr && _collect.empty()) {
+        if (t != nullptr && _collect.empty()) {
             // The two sequences full-screen programs send most, without the dispatch switch.
             if (final == 'm') {
-                if (last != 0 || !terminal->sgrSingle(values[0])) terminal->cmdCsiM(_pars, {});
+                if (last != 0 || !t->sgrSingle(values[0])) t->cmdCsiM(_pars, {});
                 return j;
             }
             if (final == 'H' && last < 2) {
-                terminal->cursorPosition(values[0], last == 1 ? values[1] : 0);
+                t->cursorPosition(values[0], last == 1 ? values[1] : 0);
                 return j;
             }
         }
@@ -186,20 +185,21 @@ void EscapeSequenceParser::reset() {
             // Every byte from 0x20 up, high bytes included, stays in one run so that UTF-8
             // sequences reach the print path whole. One scan finds where printable ASCII ends; a
             // run that is ASCII to its end skips the decoder.
-            std::int64_t end;
-            bool ascii;
             if (i + 1 < len && bytes[i + 1] < 0x20) {
                 // The lone character between two controls: no scan at all.
-                end = i + 1;
-                ascii = code < 0x7F;
-            } else {
-                end = static_cast<std::int64_t>(ByteScan::firstNonPrintableAscii(
-                    bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
-                ascii = end == len || bytes[end] < 0x20;
-                if (!ascii)
-                    end = static_cast<std::int64_t>(ByteScan::firstControl(
-                        bytes, static_cast<std::size_t>(end), static_cast<std::size_t>(len)));
+                if (code < 0x7F)
+                    t.printAsciiCharacter(bytes + i);
+                else
+                    t.handlePrint(ByteSpan(bytes + i, 1));
+                ++i;
+                continue;
             }
+            auto end = static_cast<std::int64_t>(ByteScan::firstNonPrintableAscii(
+                bytes, static_cast<std::size_t>(i), static_cast<std::size_t>(len)));
+            const bool ascii = end == len || bytes[end] < 0x20;
+            if (!ascii)
+                end = static_cast<std::int64_t>(ByteScan::firstControl(bytes, static_cast<std::size_t>(end),
+                                                                       static_cast<std::size_t>(len)));
             if (ascii)
                 t.printAscii(bytes + i, static_cast<std::size_t>(end - i));
             else
@@ -209,7 +209,7 @@ void EscapeSequenceParser::reset() {
             // A whole "ESC [ parameters final" in one tight loop: the common case of cursor
             // movement and SGR. A sequence that does not end here goes on through the table.
             if (i + 1 >= len || bytes[i + 1] != '[') return i;
-            i = parseCsi(bytes, i + 2, len, state) + 1;
+            i = parseCsi(&t, bytes, i + 2, len, state) + 1;
             if (state != ParserState::ground) return i;
         } else if (code == '\r') {
             t.cmdCarriageReturn();
@@ -294,7 +294,7 @@ void EscapeSequenceParser::parse(ByteSpan data) {
                 continue;
             }
             if (code == 0x1B && i + 1 < len && bytes[i + 1] == '[') {
-                i = parseCsi(bytes, i + 2, len, state);
+                i = parseCsi(nullptr, bytes, i + 2, len, state);
                 continue;
             }
         }

@@ -80,8 +80,9 @@ public:
     std::int64_t logFileCounter = 1;
 
 private:
-    std::int64_t parseShortCsi(const std::uint8_t* p);
-    std::int64_t parseCsi(const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
+    std::int64_t parseShortCsi(Terminal& t, const std::uint8_t* p);
+    // `t` is the terminal, or null for a bare parser.
+    std::int64_t parseCsi(Terminal* t, const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
                           ParserState& state);
     std::int64_t parseGround(const std::uint8_t* bytes, std::int64_t from, std::int64_t len,
                              ParserState& state);

@@ -414,6 +414,12 @@ private:
         }
         printAsciiRun(text, count);
     }
+    // The lone printable ASCII character between two controls, as after a cursor move.
+    void printAsciiCharacter(const std::uint8_t* text) {
+        if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]]
+            return handlePrint(ByteSpan(text, 1));
+        if (!placeInside(text[0], 1, rightEdge())) printAsciiRun(text, 1);
+    }
     void printAsciiRun(const std::uint8_t* text, std::size_t count);
     void printScalar(char32_t scalar);
     void placeCharacter(std::int32_t code, int width);
