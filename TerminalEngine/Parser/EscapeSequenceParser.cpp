@@ -178,6 +178,8 @@ EscapeSequenceParser::parseCsi(Terminal* t, const std::uint8_t* bytes, std::int6
 [[gnu::noinline]] std::int64_t EscapeSequenceParser::parseGround(const std::uint8_t* bytes, std::int64_t from,
                                                                  std::int64_t len, ParserState& state) {
     Terminal& t = *terminal;
+    // Anything may have changed since the last call: handlers, the table path, the caller.
+    t.refreshPrintPath();
     std::int64_t i = from;
     while (i < len) {
         const std::uint8_t code = bytes[i];
@@ -506,6 +508,12 @@ void EscapeSequenceParser::csiDispatch(Params pars, std::string_view collect, st
         csiHandlerFallback(pars, collect, final);
         return;
     }
+    csiCommand(pars, collect, final);
+    // Modes, margins, character sets and buffers all change through CSI sequences.
+    terminal->refreshPrintPath();
+}
+
+void EscapeSequenceParser::csiCommand(Params pars, std::string_view collect, std::uint8_t final) {
     Terminal& t = *terminal;
     // Handlers for CSI sequences without private markers or intermediates look at `collect`
     // themselves where a marked variant exists; plain movement ignores it.

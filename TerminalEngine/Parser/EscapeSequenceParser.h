@@ -88,6 +88,7 @@ private:
                              ParserState& state);
     void execute(std::uint8_t code);
     void csiDispatch(Params pars, std::string_view collect, std::uint8_t final);
+    void csiCommand(Params pars, std::string_view collect, std::uint8_t final);
     void escDispatch(std::string_view collect, std::uint8_t final);
     void oscDispatch(std::int64_t number, ByteSpan payload);
     void apcDispatch(std::uint8_t code, ByteSpan payload);

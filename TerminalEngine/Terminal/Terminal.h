@@ -365,15 +365,18 @@ private:
 
     // Print path.
     void handlePrint(ByteSpan data);
+    void decodeAndPrint(ByteSpan data);
     // The cells from the cursor on, marked written, when `width` cells placed there need no wrap,
     // no insertion and no repair: inside the line with room to spare, the first and the one after
     // the last being no right halves of wide characters. The cursor moves past them. Null (and
     // nothing changed) otherwise.
+    // `Plain` leaves out the insert mode check, for callers that have looked at plainPrint_.
+    template <bool Plain = false>
     CharData* cellsInside(int width, int right) {
         Buffer& b = *buffer;
         // Read once: the cell stores that follow could alias anything as far as the compiler knows.
         const int x = b.x, y = b.y, end = x + width;
-        if (insertMode || x < 0 || end > right) return nullptr;
+        if ((!Plain && insertMode) || x < 0 || end > right) return nullptr;
         const int absolute = b.yBase + y;
         BufferLine& line = b.lines[absolute];
         const CharData* current = line.getData();
@@ -398,14 +401,10 @@ private:
     // from the edge and from any wide character, it is plain stores. Runs that reach the edge
     // (and so may wrap) take printAsciiRun.
     void printAscii(const std::uint8_t* text, std::size_t count) {
-        if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]] {
-            handlePrint(ByteSpan(text, count));
-            return;
-        }
-        if (count == 1) {
-            if (placeInside(text[0], 1, rightEdge())) return;
-        } else if (count < static_cast<std::size_t>(cols)) {
-            CharData* at = cellsInside(static_cast<int>(count), rightEdge());
+        if (!plainPrint_) [[unlikely]]
+            return printAsciiMapped(text, count);
+        if (count < static_cast<std::size_t>(cols)) {
+            CharData* at = cellsInside<true>(static_cast<int>(count), cols - 1);
             if (at == nullptr) return printAsciiRun(text, count);
             storeAsciiCells(at, curAttr, text, count);
             lastPrintedCode_ = text[count - 1];
@@ -416,11 +415,26 @@ private:
     }
     // The lone printable ASCII character between two controls, as after a cursor move.
     void printAsciiCharacter(const std::uint8_t* text) {
-        if (charset != nullptr || !putbackBuffer_.empty()) [[unlikely]]
-            return handlePrint(ByteSpan(text, 1));
-        if (!placeInside(text[0], 1, rightEdge())) printAsciiRun(text, 1);
+        if (!plainPrint_) [[unlikely]]
+            return printAsciiMapped(text, 1);
+        CharData* at = cellsInside<true>(1, cols - 1);
+        if (at == nullptr) [[unlikely]]
+            return printAsciiRun(text, 1);
+        storeCell(at, curAttr, text[0], 1);
+        lastPrintedCode_ = text[0];
+        lastPrintedWidth_ = 1;
+    }
+    // Whether printable ASCII from the parser may go straight to the cells: no character set
+    // to map it, no partial UTF-8 sequence waiting, no insert mode, no left and right margins.
+    // Recomputed where any of these can change: on entry to the parser's ground loop, after
+    // every CSI sequence, after every print run that went through the decoder.
+    void refreshPrintPath() {
+        plainPrint_ = charset == nullptr && putbackBuffer_.empty() && !insertMode && !marginMode;
     }
     void printAsciiRun(const std::uint8_t* text, std::size_t count);
+    // Printable ASCII when plainPrint_ is off: through the decoder when a character set maps it
+    // or a partial UTF-8 sequence waits, else the general run.
+    void printAsciiMapped(const std::uint8_t* text, std::size_t count);
     void printScalar(char32_t scalar);
     void placeCharacter(std::int32_t code, int width);
     bool combineWithPrevious(char32_t scalar, int width);
@@ -539,7 +553,8 @@ private:
     struct SynchronizedOutputTimer;
     std::unique_ptr<SynchronizedOutputTimer> synchronizedOutputTimer_;
     std::shared_ptr<Terminal*> alive_;
-    Bytes putbackBuffer_; // incomplete UTF-8 tail of the last print run
+    Bytes putbackBuffer_;    // incomplete UTF-8 tail of the last print run
+    bool plainPrint_ = true; // see refreshPrintPath()
     CharData blankLine_;
     // Small direct-mapped memories for the print path: the width of recent scalars (the width
     // rules ask the Unicode tables for the general category) and the cell code of recent scalars

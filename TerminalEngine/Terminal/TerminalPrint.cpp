@@ -67,6 +67,11 @@ std::size_t scalarCount(std::string_view text) {
 } // namespace
 
 void Terminal::handlePrint(ByteSpan data) {
+    decodeAndPrint(data);
+    refreshPrintPath();
+}
+
+void Terminal::decodeAndPrint(ByteSpan data) {
     const std::uint8_t* p = data.data();
     std::size_t n = data.size();
     std::size_t i = 0;
@@ -158,6 +163,13 @@ void Terminal::repairWideCharacterAt(BufferLine& line, int col) {
     // Writing over either half of a wide character leaves nothing of it.
     if (col <= 0 || col >= line.count()) return;
     if (line[col].width == 0 && line[col - 1].width == 2) line.set(col - 1, eraseCell());
+}
+
+void Terminal::printAsciiMapped(const std::uint8_t* text, std::size_t count) {
+    if (charset != nullptr || !putbackBuffer_.empty())
+        handlePrint(ByteSpan(text, count));
+    else
+        printAsciiRun(text, count);
 }
 
 void Terminal::printAsciiRun(const std::uint8_t* text, std::size_t count) {
