@@ -417,11 +417,12 @@ private:
     void printAsciiCharacter(const std::uint8_t* text) {
         if (!plainPrint_) [[unlikely]]
             return printAsciiMapped(text, 1);
+        const std::uint8_t code = text[0];
         CharData* at = cellsInside<true>(1, cols - 1);
         if (at == nullptr) [[unlikely]]
             return printAsciiRun(text, 1);
-        storeCell(at, curAttr, text[0], 1);
-        lastPrintedCode_ = text[0];
+        storeCell(at, curAttr, code, 1);
+        lastPrintedCode_ = code;
         lastPrintedWidth_ = 1;
     }
     // Whether printable ASCII from the parser may go straight to the cells: no character set
