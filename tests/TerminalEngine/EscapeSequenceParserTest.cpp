@@ -194,15 +194,15 @@ TEST(EscapeSequenceParser, EveryReadSplitGivesTheSameScreen) {
         "\x1b[7;1Hx\x1b[8;2Hy\r\ne\xcc\x81\x65\xcc\x81\xe4\xb8\xad\x7f\xe2\x94\x80",
         "\x1b[48;5;9;38;2;1;2;3;1mA\x1b[38;5;12;6;1000mB\x1b[32mC\x1b[38;7;1mD\x1b[48;5;1:2;4mE\x1b[mF",
         // Short sequences read in registers when enough bytes follow, and the shapes that must
-        // go back to the general reader: eight digits, a third parameter, a colon, a marker, an
-        // intermediate, a control or a high byte inside.
-        "\x1b[;5Ha\x1b[5;Hb\x1b[Hc\x1b[3Hd\x1b[1234567;2He\x1b[12345678;3Hf\x1b[2;3;4Hg\x1b[5:3mh"
-        "\x1b[2 qi\x1b[?5;6hj\x1b[4\n;6Hk\x1b[4;6\xc3Hl\x1b[1;31mm\x1b[;mn\x1b[5;7Xp\x1b[0000009;12Hq"
-        "\x1b[2;3rr\x1b[31ms\x1b[1;2;3mt and text enough to read every sequence above in registers",
+        // go back to the general reader: more than four digits, a third parameter, a colon, a
+        // marker, an intermediate, a control or a high byte inside.
+        ("\x1b[;5Ha\x1b[5;Hb\x1b[Hc\x1b[3Hd\x1b[1234567;2He\x1b[12345678;3Hf\x1b[2;3;4Hg\x1b[5:3mh"
+         "\x1b[2 qi\x1b[?5;6hj\x1b[4\n;6Hk\x1b[4;6\xc3Hl\x1b[1;31mm\x1b[;mn\x1b[5;7Xp\x1b[0000009;12Hq"
+         "\x1b[2;3rr\x1b[31ms\x1b[1;2;3mt and text enough to read every sequence above in registers"),
         // A UTF-8 sequence cut short by a control, then plain text after a cursor move; insert mode
         // and margins switched on and off between characters.
-        "a\xc3\x1b[5;5Hx\xe4\xb8\x1b[2;2Hy\x1b[4hz\x1b[2;2Hw\x1b[4l\x1b[?69h\x1b[2;5s\x1b[3;3Hlong enough "
-        "to pass the margin\x1b[?69lv and more text after it",
+        ("a\xc3\x1b[5;5Hx\xe4\xb8\x1b[2;2Hy\x1b[4hz\x1b[2;2Hw\x1b[4l\x1b[?69h\x1b[2;5s\x1b[3;3Hlong enough "
+         "to pass the margin\x1b[?69lv and more text after it"),
     };
     for (const char* s : streams)
         EXPECT_EQ(testing::firstSplitThatDiffers(s), -1) << s;
