@@ -88,12 +88,12 @@ inline constexpr std::uint64_t alignDigits[17] = {1ull << 32, 1ull << 24, 1ull <
 inline ShortParameters shortParameters(const std::uint8_t* p) {
 #if defined(__SSE2__)
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    // Digits move to -128..-119 as signed bytes, every other byte above that. Bit 16 stands for
-    // a stop after the sixteen bytes.
+    // Digits move to -128..-119 as signed bytes, every other byte above that. Bits 16 and 17
+    // stand for stops after the sixteen bytes, so that sixteen digits still leave two stops.
     const __m128i shifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - '0')));
     const auto digits =
         static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(shifted, _mm_set1_epi8(-118))));
-    const unsigned stops = digits ^ 0x1FFFFu;
+    const unsigned stops = digits ^ 0x3FFFFu;
     const auto semicolons = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(';'))));
     const auto firstDigits = static_cast<unsigned>(__builtin_ctz(stops));
     const bool two = (semicolons >> firstDigits) & 1;

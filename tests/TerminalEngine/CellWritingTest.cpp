@@ -89,6 +89,17 @@ TEST(ByteScan, ShortParametersAgreeWithDigitByDigitReading) {
     }
 }
 
+TEST(ByteScan, ShortParametersTurnDownAWholeBlockOfDigits) {
+    // No stop among the sixteen bytes, or only one: the reader must say no without looking past
+    // them (the sanitizer build checks the bit scans too).
+    const std::uint8_t allDigits[16] = {'1', '2', '3', '4', '5', '6', '7', '8',
+                                        '9', '0', '1', '2', '3', '4', '5', '6'};
+    EXPECT_EQ(ByteScan::shortParameters(allDigits).end, -1);
+    const std::uint8_t oneStop[16] = {'1', ';', '3', '4', '5', '6', '7', '8',
+                                      '9', '0', '1', '2', '3', '4', '5', '6'};
+    EXPECT_EQ(ByteScan::shortParameters(oneStop).end, -1);
+}
+
 TEST(CellWriting, StoreAsciiCellsWritesExactlyTheRun) {
     Attribute attr;
     attr.fg = Attribute::Color::trueColor(1, 2, 3);
