@@ -78,7 +78,7 @@ struct ShortParameters {
 namespace Detail {
 // Multiplying by entry n moves the first n bytes of a word up by 4 - n bytes: a number of n
 // digits then fills the top of a four-byte lane, the bytes below it reading as leading zeros.
-inline constexpr std::uint64_t alignDigits[17] = {1ull << 32, 1ull << 24, 1ull << 16, 1ull << 8, 1};
+inline constexpr std::uint64_t alignDigits[5] = {1ull << 32, 1ull << 24, 1ull << 16, 1ull << 8, 1};
 } // namespace Detail
 // The numbers are classified and converted in registers, with no branch on their lengths. Where
 // they end comes from one 16-byte compare, so that the next sequence can be read before the

@@ -387,8 +387,9 @@ private:
         return line.mutableCells(end + 1) + x;
     }
     // One cell of `width` at the cursor, when cellsInside allows it.
+    template <bool Plain = false>
     bool placeInside(std::int32_t code, int width, int right) {
-        CharData* at = cellsInside(width, right);
+        CharData* at = cellsInside<Plain>(width, right);
         if (at == nullptr) return false;
         storeCell(at, curAttr, code, static_cast<std::int8_t>(width));
         if (width == 2) storeCell(at + 1, curAttr, 0, 0);
@@ -417,13 +418,8 @@ private:
     void printAsciiCharacter(const std::uint8_t* text) {
         if (!plainPrint_) [[unlikely]]
             return printAsciiMapped(text, 1);
-        const std::uint8_t code = text[0];
-        CharData* at = cellsInside<true>(1, cols - 1);
-        if (at == nullptr) [[unlikely]]
-            return printAsciiRun(text, 1);
-        storeCell(at, curAttr, code, 1);
-        lastPrintedCode_ = code;
-        lastPrintedWidth_ = 1;
+        if (!placeInside<true>(text[0], 1, cols - 1)) [[unlikely]]
+            printAsciiRun(text, 1);
     }
     // Whether printable ASCII from the parser may go straight to the cells: no character set
     // to map it, no partial UTF-8 sequence waiting, no insert mode, no left and right margins.
