@@ -66,9 +66,9 @@ inline std::size_t firstNonPrintableAscii(const std::uint8_t* p, std::size_t fro
 }
 
 // The parameters of a short control sequence: one number, or two joined by ';', of at most four
-// digits each (none reads as 0). `end` is the offset of the byte after them (a ';' there starts
-// a third number, for the caller to turn down), or -1 when the numbers are longer. `two` says
-// whether there was a ';'.
+// digits each (none reads as 0). `end` is the offset of the first byte that is no parameter byte
+// (0x30 to 0x3F), or -1 when the parameters take another shape: longer numbers, a third one, a
+// colon or a private marker among them. `two` says whether there was a ';'.
 struct ShortParameters {
     std::int64_t end;
     std::int64_t first;
@@ -78,51 +78,61 @@ struct ShortParameters {
 namespace Detail {
 // Multiplying by entry n moves the first n bytes of a word up by 4 - n bytes: a number of n
 // digits then fills the top of a four-byte lane, the bytes below it reading as leading zeros.
+// The second number is looked up by the distance from the first stop to the end, one more than
+// its digits: 0 (no second number) and 1 (none after the ';') shift everything out.
 inline constexpr std::uint64_t alignDigits[5] = {1ull << 32, 1ull << 24, 1ull << 16, 1ull << 8, 1};
+inline constexpr std::uint64_t alignSecond[6] = {1ull << 32, 1ull << 32, 1ull << 24,
+                                                 1ull << 16, 1ull << 8,  1};
 } // namespace Detail
 // The numbers are classified and converted in registers, with no branch on their lengths. Where
-// they end comes from one 16-byte compare, so that the next sequence can be read before the
-// values are ready. For the values, the first number is moved into the low four bytes of a word
-// and the second into the high four, then neighbouring digits are combined into pairs and pairs
-// into quads, both numbers at once. p[0] to p[15] must be readable.
+// the parameters end comes from one 16-byte compare and one bit scan, so that the next sequence
+// can be read before the shape is checked or the values are ready. For the values, the first
+// number is moved into the low four bytes of a word and the second into the high four, then
+// neighbouring digits are combined into pairs and pairs into quads, both numbers at once. p[0] to
+// p[15] must be readable.
 inline ShortParameters shortParameters(const std::uint8_t* p) {
+    // One bit per byte: parameter bytes (0x30 to 0x3F), digits, semicolons.
 #if defined(__SSE2__)
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    // Digits move to -128..-119 as signed bytes, every other byte above that. Bits 16 and 17
-    // stand for stops after the sixteen bytes, so that sixteen digits still leave two stops.
+    // Parameter bytes move to -128..-113 as signed bytes and digits to -128..-119, every other
+    // byte above that.
     const __m128i shifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - '0')));
+    const auto parameters =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(shifted, _mm_set1_epi8(-112))));
     const auto digits =
         static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(shifted, _mm_set1_epi8(-118))));
-    const unsigned stops = digits ^ 0x3FFFFu;
     const auto semicolons = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(';'))));
-    const auto firstDigits = static_cast<unsigned>(__builtin_ctz(stops));
-    const bool two = (semicolons >> firstDigits) & 1;
-    const auto secondEnd = static_cast<unsigned>(__builtin_ctz(stops & (stops - 1)));
 #else
-    unsigned firstDigits = 0;
-    while (firstDigits < 16 && p[firstDigits] - '0' <= 9u)
-        ++firstDigits;
-    const bool two = firstDigits < 16 && p[firstDigits] == ';';
-    unsigned secondEnd = firstDigits + 1;
-    while (secondEnd < 16 && p[secondEnd] - '0' <= 9u)
-        ++secondEnd;
+    unsigned parameters = 0, digits = 0, semicolons = 0;
+    for (unsigned k = 0; k < 16; ++k) {
+        parameters |= static_cast<unsigned>(p[k] - '0' <= 0xFu) << k;
+        digits |= static_cast<unsigned>(p[k] - '0' <= 9u) << k;
+        semicolons |= static_cast<unsigned>(p[k] == ';') << k;
+    }
 #endif
-    const unsigned secondDigits = two ? secondEnd - firstDigits - 1 : 0;
-    if (firstDigits > 4 || secondDigits > 4) return {-1, 0, 0, false};
+    // Bit 16 stands for a stop after the sixteen bytes.
+    const auto end = static_cast<unsigned>(__builtin_ctz(parameters ^ 0x1FFFFu));
+    const unsigned stops = digits ^ 0x1FFFFu;
+    const auto firstDigits = static_cast<unsigned>(__builtin_ctz(stops));
+    // Between the numbers and the end, only the first stop may lie, and only as a ';'.
+    const unsigned inside = stops & ((1u << end) - 1);
+    if ((inside & ~(semicolons & stops & (0u - stops))) != 0 || firstDigits > 4 || end - firstDigits > 5)
+        return {-1, 0, 0, false};
     std::uint64_t word;
     std::memcpy(&word, p, sizeof word);
     const std::uint64_t low =
         static_cast<std::uint32_t>((word ^ 0x3030303030303030ull) * Detail::alignDigits[firstDigits]);
     std::memcpy(&word, p + firstDigits + 1, sizeof word);
-    const std::uint64_t high = ((word ^ 0x3030303030303030ull) * Detail::alignDigits[secondDigits]) << 32;
+    const std::uint64_t high = ((word ^ 0x3030303030303030ull) * Detail::alignSecond[end - firstDigits])
+                               << 32;
     std::uint64_t d = low | high;
     d = (d * 10 + (d >> 8)) & 0x00FF00FF00FF00FFull;
     d = d * 100 + (d >> 16);
     // The first number is the low 16 bits, the second bits 32 to 47. They are taken out with
     // different operations on purpose: the same operation twice gets packed into a vector
     // register and out again.
-    return {static_cast<std::int64_t>(two ? secondEnd : firstDigits), static_cast<std::int64_t>(d & 0xFFFF),
-            static_cast<std::int64_t>((d << 16) >> 48), two};
+    return {static_cast<std::int64_t>(end), static_cast<std::int64_t>(d & 0xFFFF),
+            static_cast<std::int64_t>((d << 16) >> 48), inside != 0};
 }
 
 // Reads the number of up to three ASCII digits at p[j] into `value` (0 when there is none) and

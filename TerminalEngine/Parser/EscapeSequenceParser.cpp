@@ -26,6 +26,17 @@ bool isCharsetDesignator(std::uint8_t final) {
     return CharSets::find(static_cast<char>(final)) != nullptr;
 }
 
+// "38;5;", "48;5;", "38;2;" or "48;2;" at `p` (eight bytes readable): SGR with a colour first,
+// which the terminal reads straight into the attribute.
+bool startsWithColourSgr(const std::uint8_t* p) {
+    std::uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    const unsigned form = static_cast<unsigned>(word >> 24) & 0xFF;
+    const unsigned first = static_cast<unsigned>(word) & 0xFF;
+    return (word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
+           (form == '5' || form == '2');
+}
+
 } // namespace
 
 EscapeSequenceParser::EscapeSequenceParser(Terminal* terminal)
@@ -81,30 +92,6 @@ void EscapeSequenceParser::reset() {
 EscapeSequenceParser::parseCsi(Terminal* t, const std::uint8_t* bytes, std::int64_t start, std::int64_t len,
                                ParserState& state) {
     using S = ParserState;
-    if (start + 16 <= len && t != nullptr) [[likely]] {
-        if (bytes[start + 1] == '8') {
-            // "38;5;", "48;5;", "38;2;" or "48;2;" first: this is SGR with a colour, read
-            // straight into the attribute unless the reader declines the form, when the list
-            // takes it.
-            std::uint64_t word;
-            std::memcpy(&word, bytes + start, sizeof word);
-            const unsigned form = static_cast<unsigned>(word >> 24) & 0xFF;
-            const unsigned first = static_cast<unsigned>(word) & 0xFF;
-            if ((word & 0xFF00FFFF00ull) == 0x3B003B3800ull && (first == '3' || first == '4') &&
-                (form == '5' || form == '2')) {
-                const std::int64_t end = t->readSgr(bytes, start, len);
-                if (end >= 0) {
-                    state = S::ground;
-                    return end;
-                }
-            }
-        }
-        const std::int64_t end = parseShortCsi(*t, bytes + start);
-        if (end >= 0) {
-            state = S::ground;
-            return start + end;
-        }
-    }
     _collect.clear();
     if (printStateReset) printStateReset();
     std::int64_t j = start;
@@ -208,14 +195,41 @@ EscapeSequenceParser::parseCsi(Terminal* t, const std::uint8_t* bytes, std::int6
                 t.handlePrint(ByteSpan(bytes + i, static_cast<std::size_t>(end - i)));
             i = end;
         } else if (code == 0x1B) {
-            // A whole "ESC [ parameters final" in one tight loop: the common case of cursor
-            // movement and SGR. A sequence that does not end here goes on through the table.
-            if (i + 18 <= len) [[likely]] {
-                // Room for the sequence's fast reader: no separate bounds check for the bracket.
+            // A whole "ESC [ parameters final" at a time, read straight into the terminal: the
+            // common case of cursor movement and SGR. Sequences back to back, or each followed by
+            // one character as when a program paints cells here and there, stay in the inner
+            // loop. A sequence the fast readers turn down, or one too near the end of the
+            // buffer, goes to the general reader.
+            bool general = false;
+            while (true) {
+                if (i + 18 > len) {
+                    general = true;
+                    break;
+                }
                 if (bytes[i + 1] != '[') return i;
-            } else if (i + 1 >= len || bytes[i + 1] != '[') {
-                return i;
+                const std::int64_t start = i + 2;
+                if (bytes[start + 1] == '8' && startsWithColourSgr(bytes + start)) {
+                    const std::int64_t end = t.readSgr(bytes, start, len);
+                    if (end >= 0) {
+                        i = end + 1;
+                        break;
+                    }
+                }
+                const std::int64_t end = parseShortCsi(t, bytes + start);
+                if (end < 0) {
+                    general = true;
+                    break;
+                }
+                // A short sequence ends within ten bytes, so the three after it are readable.
+                i = start + end + 1;
+                if (bytes[i] - 0x20u < 0x5Fu && bytes[i + 1] < 0x20) {
+                    t.printAsciiCharacter(bytes + i);
+                    ++i;
+                }
+                if (bytes[i] != 0x1B) break;
             }
+            if (!general) continue;
+            if (i + 1 >= len || bytes[i + 1] != '[') return i;
             i = parseCsi(&t, bytes, i + 2, len, state) + 1;
             if (state != ParserState::ground) return i;
         } else if (code == '\r') {

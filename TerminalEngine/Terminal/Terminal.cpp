@@ -146,6 +146,7 @@ void Terminal::resize(int newCols, int newRows) {
     altBuffer->resize(newCols, newRows);
     cols = newCols;
     rows = newRows;
+    screenMarkedAt_ = INT_MIN;
     options.cols = cols;
     options.rows = rows;
     hyperLinkTracking.reset();
@@ -201,7 +202,15 @@ std::optional<std::pair<int, int>> Terminal::getScrollInvariantUpdateRange() con
     return std::pair{scrollInvariantRefreshStart, scrollInvariantRefreshEnd};
 }
 
+void Terminal::markRowAndCover(int y, int yBase) {
+    markRow(y, yBase + y);
+    if (refreshStart <= 0 && refreshEnd >= rows - 1 && scrollInvariantRefreshStart <= yBase &&
+        scrollInvariantRefreshEnd >= yBase + rows - 1)
+        screenMarkedAt_ = yBase;
+}
+
 void Terminal::clearUpdateRange() {
+    screenMarkedAt_ = INT_MIN;
     refreshStart = INT_MAX;
     refreshEnd = -1;
     scrollInvariantRefreshStart = INT_MAX;

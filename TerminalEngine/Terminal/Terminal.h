@@ -377,12 +377,12 @@ private:
         // Read once: the cell stores that follow could alias anything as far as the compiler knows.
         const int x = b.x, y = b.y, end = x + width;
         if ((!Plain && insertMode) || x < 0 || end > right) return nullptr;
-        const int absolute = b.yBase + y;
-        BufferLine& line = b.lines[absolute];
+        const int yBase = b.yBase;
+        BufferLine& line = b.lines[yBase + y];
         const CharData* current = line.getData();
         if (current[x].width == 0 || current[end].width == 0) return nullptr;
         line.touch();
-        markRow(y, absolute);
+        markCursorRow(y, yBase);
         b.x = end;
         return line.mutableCells(end + 1) + x;
     }
@@ -469,6 +469,14 @@ private:
         }
         markRow(y, buffer->yBase + y);
     }
+    // The cursor's row `y` has changed, on a buffer whose first screen line is `yBase`. Once the
+    // ranges cover that whole screen, as they do between two frames of a full-screen program,
+    // this is one compare.
+    void markCursorRow(int y, int yBase) {
+        if (yBase != screenMarkedAt_) [[unlikely]]
+            markRowAndCover(y, yBase);
+    }
+    void markRowAndCover(int y, int yBase);
     // Row `y` of the screen, line `absolute` of the buffer, has changed. Most writes land inside
     // the range already marked, so the stores are laid out of line.
     void markRow(int y, int absolute) {
@@ -552,6 +560,9 @@ private:
     std::shared_ptr<Terminal*> alive_;
     Bytes putbackBuffer_;    // incomplete UTF-8 tail of the last print run
     bool plainPrint_ = true; // see refreshPrintPath()
+    // The first line of the screen whose rows the update ranges all cover (the bounds only widen
+    // until clearUpdateRange), INT_MIN when they don't. Reset with the ranges and on resize.
+    int screenMarkedAt_ = INT_MIN;
     CharData blankLine_;
     // Small direct-mapped memories for the print path: the width of recent scalars (the width
     // rules ask the Unicode tables for the general category) and the cell code of recent scalars

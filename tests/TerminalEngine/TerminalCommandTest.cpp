@@ -60,6 +60,8 @@ const ScreenCase screenCases[] = {
      1,
      4},
     {"EraseBelow", 5, 3, "aaaaabbbbbccccc\x1b[2;3H\x1b[J", {"aaaaa", "bb"}, 2, 1},
+    // DEL prints nothing, whether alone after a cursor move or after text.
+    {"DeleteIsIgnored", 5, 2, "ab\x1b[1;1H\x7f\x1b[2;1Hc\x7f\x1b[1;1H\x1b[2;2H\r", {"ab", "c"}, 0, 1},
     // Parameters of every length: none, one to three digits, then long and huge ones.
     {"CursorPositionDigitCounts",
      10,
@@ -486,6 +488,36 @@ TEST(Terminal, SynchronizedOutputEndsByItselfAfterOneSecond) {
     EXPECT_FALSE(h.terminal->synchronizedOutputActive);
     EXPECT_EQ(h.delegate->synchronizedChanges, (std::vector<bool>{true, false}));
     EXPECT_EQ(h.terminal->getUpdateRange(), (std::pair{0, 2}));
+}
+
+TEST(Terminal, UpdateRangesHoldOnlyWhatChangedSinceTheLastFrame) {
+    // Each step starts from a frame with every row drawn and the ranges cleared, then writes
+    // one character: only that row may be reported, on the screen and in the buffer.
+    struct Step {
+        const char* before; // fed before the ranges are cleared
+        int cols, rows;     // a resize before the frame, when they differ from the last
+        const char* write;
+        int row;
+    };
+    const Step steps[] = {
+        {"\x1b[2J", 10, 4, "\x1b[3;5Hx", 2}, {"", 10, 4, "\x1b[1;1Hy", 0},
+        {"", 12, 6, "\x1b[6;2Hz", 5},        {"\x1b[6;1H\n\n\n", 12, 6, "\x1b[2;2Hw", 1},
+        {"", 10, 3, "\x1b[3;10Hv", 2},
+    };
+    TerminalHarness h(10, 4);
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.write);
+        h.feed(step.before);
+        h.terminal->resize(step.cols, step.rows);
+        for (int row = 1; row <= step.rows; ++row)
+            h.feed("\x1b[" + std::to_string(row) + ";1Hrow");
+        h.terminal->clearUpdateRange();
+        h.feed(step.write);
+        const int yBase = h.terminal->buffer->yBase;
+        EXPECT_EQ(h.terminal->getUpdateRange(), (std::pair{step.row, step.row}));
+        EXPECT_EQ(h.terminal->getScrollInvariantUpdateRange(),
+                  (std::pair{yBase + step.row, yBase + step.row}));
+    }
 }
 
 TEST(Terminal, SynchronizedOutputEndsOnResetAndOnResize) {
